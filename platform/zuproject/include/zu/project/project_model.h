@@ -1,0 +1,96 @@
+#ifndef ZU_PROJECT_PROJECT_MODEL_H
+#define ZU_PROJECT_PROJECT_MODEL_H
+
+#include <zu/project/archive_format.h>
+#include <zu/project/exceptions.h>
+#include <zu/project/zuproject_export.h>
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <cstdio>
+#include <memory>
+
+namespace zu {
+namespace project {
+
+/// A project's files, kept in a private working copy (a temporary directory removed with
+/// the model). load() fills it from a directory or an archive; every file operation acts on
+/// the working copy; only save() writes to disk.
+///
+/// Paths inside a model are relative, "/"-separated and normalised ("./a/../b" is "b").
+/// A path that would leave the model reads as absent, and operations that change
+/// something throw PathNotFound for it.
+class ZUPROJECT_EXPORT ProjectModel : public QObject {
+  Q_OBJECT
+
+public:
+  /// An empty project with no source path.
+  explicit ProjectModel(QObject* parent = nullptr);
+  /// A deep copy of other's files, metadata, source path and form; no object parent.
+  ProjectModel(const ProjectModel& other);
+  ProjectModel& operator=(const ProjectModel&) = delete;
+  /// Removes the working copy.
+  ~ProjectModel() override;
+
+  /// Replaces the content by a directory or an archive (ArchiveFormat_Auto recognises both).
+  /// Throws PathNotFound, UnsupportedFormat or CorruptedFile; a failed load leaves the model
+  /// empty and without a source path. Symbolic links in a directory are skipped.
+  void load(const QString& path, ArchiveFormat format);
+  /// Writes the project to path ("" is the source path) in format (Current keeps the current
+  /// form, Auto chooses by file name). The previous file or directory at path is replaced
+  /// only once the new one is complete. Throws when path exists and overwrite is false.
+  void save(const QString& path, ArchiveFormat format, bool overwrite);
+
+  /// The path the project was loaded from or last saved to; empty for a new project.
+  QString getSourcePath() const;
+  /// The form of the source: a directory, an archive form, or Auto when unknown.
+  ArchiveFormat getSourceFormat() const;
+
+  /// A metadata value; "" when unset.
+  QString getMetadata(const QString& key) const;
+  /// Sets a metadata value, written at once to the ".metadata" file at the top.
+  void setMetadata(const QString& key, const QString& value);
+
+  /// Opens a file of the project with std::fopen's modes; null on failure.
+  /// Writing modes create missing parent directories. The caller closes the stream.
+  FILE* fopen(const QString& path, const char* mode);
+  /// Whether a regular file is at path.
+  bool hasFile(const QString& path) const;
+  /// Whether a directory is at path ("" is the top and always exists).
+  bool hasDir(const QString& path) const;
+  /// The entries below dir, relative to it and sorted byte-wise; directories and/or files,
+  /// only the direct entries or all of them.
+  QStringList getFileList(const QString& dir, bool includeDirectories, bool includeFiles,
+                          bool recursive) const;
+  /// Creates a directory (and its parents with parents true); no error when it exists.
+  void mkdir(const QString& path, bool parents);
+  /// Removes a file or a whole tree; PathNotFound when absent. Removing "" empties the project.
+  void remove(const QString& path);
+  /// Moves a file or a tree inside the project, creating the target's parents.
+  void move(const QString& from, const QString& to, bool overwrite);
+  /// Copies a file or a tree from source (which may be this model) to destinationPath.
+  /// With overwrite true, a tree is merged into an existing directory, files replaced.
+  void importFile(const ProjectModel* source, const QString& sourcePath,
+                  const QString& destinationPath, bool overwrite);
+  /// Copies a file or a tree of the project to diskPath, whose parent must exist.
+  /// With overwrite true, a tree is merged into an existing directory, files replaced.
+  void exportFile(const QString& path, const QString& diskPath, bool overwrite);
+  /// The bytes of a file; a null QByteArray when it is absent.
+  QByteArray readFile(const QString& path) const;
+  /// Replaces a file's content, creating missing parent directories.
+  void writeFile(const QString& path, const QByteArray& data);
+  /// The absolute path of a project path in the working copy; "" for a path leaving it.
+  QString getFileLocalPath(const QString& path) const;
+
+private:
+  struct Private;
+  std::unique_ptr<Private> d;
+};
+
+}  // namespace project
+}  // namespace zu
+
+#endif

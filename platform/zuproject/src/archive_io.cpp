@@ -1,0 +1,300 @@
+#include "archive_io.h"
+
+#include "paths.h"
+
+#include <zu/project/exceptions.h>
+
+#include <archive.h>
+#include <archive_entry.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace zu {
+namespace project {
+namespace detail {
+namespace {
+
+struct ReadCloser {
+  void operator()(archive* a) const { archive_read_free(a); }
+};
+struct WriteCloser {
+  void operator()(archive* a) const { archive_write_free(a); }
+};
+struct FileCloser {
+  void operator()(FILE* f) const { std::fclose(f); }
+};
+
+std::string reason(archive* a) {
+  const char* text = archive_error_string(a);
+  return text ? text : "unknown archive error";
+}
+
+// The entry's path relative to the working copy, or a CorruptedFile for one that could
+// land outside it.
+std::string safeEntryPath(const std::string& archiveName, const char* raw) {
+  const std::string path = raw ? raw : "";
+  if (path.empty() || path.find('\0') != std::string::npos)
+    throw CorruptedFile(archiveName + ": an entry has no name");
+  if (path.front() == '/')
+    throw CorruptedFile(archiveName + ": entry \"" + path + "\" has an absolute path");
+  std::string result;
+  size_t start = 0;
+  while (start <= path.size()) {
+    size_t end = path.find('/', start);
+    if (end == std::string::npos)
+      end = path.size();
+    const std::string part = path.substr(start, end - start);
+    if (part == "..")
+      throw CorruptedFile(archiveName + ": entry \"" + path + "\" leaves the archive");
+    if (!part.empty() && part != ".") {
+      if (!result.empty())
+        result += '/';
+      result += part;
+    }
+    start = end + 1;
+  }
+  return result;
+}
+
+// Errors that mean the archive contradicts itself (a file where a directory must be).
+bool isConflict(int error) {
+  return error == ENOTDIR || error == EISDIR || error == EEXIST;
+}
+
+[[noreturn]] void throwWriteFailure(const std::string& archiveName, const fs::path& target,
+                                    int error) {
+  const std::string what = archiveName + ": cannot extract " + target.string();
+  if (isConflict(error))
+    throw CorruptedFile(what + ": entries conflict");
+  throwSystemError(what, std::error_code(error, std::generic_category()));
+}
+
+void extractData(archive* a, const std::string& archiveName, const fs::path& target,
+                 la_int64_t declaredSize) {
+  std::unique_ptr<FILE, FileCloser> out(std::fopen(target.c_str(), "wb"));
+  if (!out)
+    throwWriteFailure(archiveName, target, errno);
+  la_int64_t written = 0;
+  for (;;) {
+    const void* block = nullptr;
+    size_t size = 0;
+    la_int64_t offset = 0;
+    const int r = archive_read_data_block(a, &block, &size, &offset);
+    if (r == ARCHIVE_EOF)
+      break;
+    if (r < ARCHIVE_WARN)
+      throw CorruptedFile(archiveName + ": " + reason(a));
+    if (offset != written) {  // a hole in a sparse entry
+      if (fseeko(out.get(), static_cast<off_t>(offset), SEEK_SET) != 0)
+        throwWriteFailure(archiveName, target, errno);
+      written = offset;
+    }
+    if (size > 0 && std::fwrite(block, 1, size, out.get()) != size)
+      throwWriteFailure(archiveName, target, errno);
+    written += static_cast<la_int64_t>(size);
+  }
+  // A sparse entry may end in a hole that no data block covers.
+  if (declaredSize > written && ::ftruncate(fileno(out.get()), static_cast<off_t>(declaredSize)) != 0)
+    throwWriteFailure(archiveName, target, errno);
+  FILE* raw = out.release();
+  if (std::fclose(raw) != 0)
+    throwWriteFailure(archiveName, target, errno);
+}
+
+ArchiveFormat formatOf(archive* a) {
+  const int base = archive_format(a) & ARCHIVE_FORMAT_BASE_MASK;
+  if (base == ARCHIVE_FORMAT_ZIP)
+    return ArchiveFormat_Zip;
+  if (base != ARCHIVE_FORMAT_TAR)
+    return ArchiveFormat_Auto;
+  // Filter 0 is the outermost one; a plain tar has only the "none" filter.
+  switch (archive_filter_count(a) > 0 ? archive_filter_code(a, 0) : ARCHIVE_FILTER_NONE) {
+    case ARCHIVE_FILTER_NONE: return ArchiveFormat_Tar;
+    case ARCHIVE_FILTER_GZIP: return ArchiveFormat_TarGz;
+    case ARCHIVE_FILTER_BZIP2: return ArchiveFormat_TarBz2;
+    case ARCHIVE_FILTER_XZ: return ArchiveFormat_TarXz;
+    default: return ArchiveFormat_Auto;
+  }
+}
+
+bool endsWith(const std::string& text, const std::string& tail) {
+  return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+}  // namespace
+
+ArchiveFormat extractArchive(const fs::path& archivePath, const fs::path& root) {
+  const std::string name = archivePath.string();
+  std::unique_ptr<archive, ReadCloser> a(archive_read_new());
+  if (!a)
+    throw Exception(name + ": out of memory");
+  archive_read_support_filter_all(a.get());
+  archive_read_support_format_all(a.get());
+  if (archive_read_open_filename(a.get(), archivePath.c_str(), 64 * 1024) != ARCHIVE_OK) {
+    const int error = archive_errno(a.get());
+    if (error == EACCES || error == EISDIR || error == ENOENT || error == EIO)
+      throwSystemError("Could not read " + name, std::error_code(error, std::generic_category()));
+    throw UnsupportedFormat(name + ": " + reason(a.get()));
+  }
+
+  bool first = true;
+  for (;;) {
+    archive_entry* entry = nullptr;
+    const int r = archive_read_next_header(a.get(), &entry);
+    if (r == ARCHIVE_EOF)
+      break;
+    if (r < ARCHIVE_WARN) {
+      // No format recognised before the first entry: this is not an archive at all.
+      if (first && archive_format(a.get()) == 0)
+        throw UnsupportedFormat(name + ": " + reason(a.get()));
+      throw CorruptedFile(name + ": " + reason(a.get()));
+    }
+    first = false;
+
+    const char* rawPath = archive_entry_pathname_utf8(entry);
+    if (!rawPath)
+      rawPath = archive_entry_pathname(entry);
+    if (archive_entry_hardlink(entry) || archive_entry_filetype(entry) == AE_IFLNK)
+      throw CorruptedFile(name + ": entry \"" + std::string(rawPath ? rawPath : "") +
+                          "\" is a link");
+    const std::string relative = safeEntryPath(name, rawPath);
+    const auto type = archive_entry_filetype(entry);
+    if (type != AE_IFREG && type != AE_IFDIR)
+      throw CorruptedFile(name + ": entry \"" + relative + "\" is not a file or directory");
+    if (relative.empty())
+      continue;  // the archive's own top directory
+
+    const fs::path target = root / relative;
+    std::error_code error;
+    if (type == AE_IFDIR) {
+      fs::create_directories(target, error);
+      if (error || !fs::is_directory(target))
+        throwWriteFailure(name, target, error ? error.value() : ENOTDIR);
+      continue;
+    }
+    fs::create_directories(target.parent_path(), error);
+    if (error)
+      throwWriteFailure(name, target, error.value());
+    extractData(a.get(), name, target,
+                archive_entry_size_is_set(entry) ? archive_entry_size(entry) : 0);
+  }
+  const ArchiveFormat format = formatOf(a.get());
+  if (archive_read_close(a.get()) < ARCHIVE_WARN)
+    throw CorruptedFile(name + ": " + reason(a.get()));
+  return format;
+}
+
+void writeArchive(const fs::path& root, const fs::path& target, ArchiveFormat format) {
+  const std::string name = target.string();
+  std::unique_ptr<archive, WriteCloser> a(archive_write_new());
+  if (!a)
+    throw Exception(name + ": out of memory");
+  int r = ARCHIVE_OK;
+  if (format == ArchiveFormat_Zip) {
+    r = archive_write_set_format_zip(a.get());
+    // Names are UTF-8 whatever the process locale is.
+    if (r == ARCHIVE_OK)
+      r = archive_write_set_options(a.get(), "hdrcharset=UTF-8");
+  } else {
+    r = archive_write_set_format_pax_restricted(a.get());
+    if (r == ARCHIVE_OK && format == ArchiveFormat_TarGz)
+      r = archive_write_add_filter_gzip(a.get());
+    else if (r == ARCHIVE_OK && format == ArchiveFormat_TarBz2)
+      r = archive_write_add_filter_bzip2(a.get());
+    else if (r == ARCHIVE_OK && format == ArchiveFormat_TarXz)
+      r = archive_write_add_filter_xz(a.get());
+  }
+  if (r != ARCHIVE_OK)
+    throw UnsupportedFormat(name + ": " + reason(a.get()));
+
+  const int fd = ::open(target.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+  if (fd < 0)
+    throwSystemError("Could not write " + name, std::error_code(errno, std::generic_category()));
+  struct FdCloser {
+    int fd;
+    ~FdCloser() { ::close(fd); }
+  } fdCloser{fd};
+  if (archive_write_open_fd(a.get(), fd) != ARCHIVE_OK)
+    throw Exception("Could not write " + name + ": " + reason(a.get()));
+
+  // Entries in byte-wise order, so that the same project always gives the same archive.
+  std::vector<std::string> paths;
+  std::error_code error;
+  const size_t prefix = root.native().size() + 1;
+  for (fs::recursive_directory_iterator it(root, error), end; !error && it != end;
+       it.increment(error))
+    paths.push_back(it->path().native().substr(prefix));
+  if (error)
+    throwSystemError("Could not read " + root.string(), error);
+  std::sort(paths.begin(), paths.end());
+
+  std::unique_ptr<archive_entry, void (*)(archive_entry*)> entry(archive_entry_new(),
+                                                                 archive_entry_free);
+  std::vector<char> buffer(256 * 1024);
+  for (const std::string& relative : paths) {
+    const fs::path source = root / relative;
+    struct stat info;
+    if (::lstat(source.c_str(), &info) != 0)
+      throwSystemError("Could not read " + source.string(),
+                       std::error_code(errno, std::generic_category()));
+    const bool isDir = S_ISDIR(info.st_mode);
+    if (!isDir && !S_ISREG(info.st_mode))
+      continue;
+    archive_entry_clear(entry.get());
+    archive_entry_set_pathname_utf8(entry.get(), isDir ? (relative + "/").c_str() : relative.c_str());
+    archive_entry_set_filetype(entry.get(), isDir ? AE_IFDIR : AE_IFREG);
+    archive_entry_set_perm(entry.get(), isDir ? 0755 : 0644);
+    archive_entry_set_size(entry.get(), isDir ? 0 : info.st_size);
+    archive_entry_set_mtime(entry.get(), info.st_mtim.tv_sec, info.st_mtim.tv_nsec);
+    if (archive_write_header(a.get(), entry.get()) < ARCHIVE_WARN)
+      throw Exception("Could not write " + name + ": " + reason(a.get()));
+    if (isDir)
+      continue;
+    std::unique_ptr<FILE, FileCloser> in(std::fopen(source.c_str(), "rb"));
+    if (!in)
+      throwSystemError("Could not read " + source.string(),
+                       std::error_code(errno, std::generic_category()));
+    size_t count = 0;
+    while ((count = std::fread(buffer.data(), 1, buffer.size(), in.get())) > 0) {
+      if (archive_write_data(a.get(), buffer.data(), count) < 0)
+        throw Exception("Could not write " + name + ": " + reason(a.get()));
+    }
+    if (std::ferror(in.get()))
+      throwSystemError("Could not read " + source.string(),
+                       std::error_code(EIO, std::generic_category()));
+  }
+  if (archive_write_close(a.get()) != ARCHIVE_OK)
+    throw Exception("Could not write " + name + ": " + reason(a.get()));
+  // The new archive must be on disk before it replaces the old one.
+  if (::fsync(fd) != 0)
+    throwSystemError("Could not write " + name, std::error_code(errno, std::generic_category()));
+}
+
+ArchiveFormat formatFromFileName(const std::string& fileName) {
+  std::string lower = fileName;
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  if (endsWith(lower, ".zip"))
+    return ArchiveFormat_Zip;
+  if (endsWith(lower, ".tar"))
+    return ArchiveFormat_Tar;
+  if (endsWith(lower, ".tar.gz") || endsWith(lower, ".tgz"))
+    return ArchiveFormat_TarGz;
+  if (endsWith(lower, ".tar.bz2") || endsWith(lower, ".tbz2"))
+    return ArchiveFormat_TarBz2;
+  if (endsWith(lower, ".tar.xz") || endsWith(lower, ".txz"))
+    return ArchiveFormat_TarXz;
+  return ArchiveFormat_Auto;
+}
+
+}  // namespace detail
+}  // namespace project
+}  // namespace zu

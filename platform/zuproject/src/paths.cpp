@@ -1,0 +1,179 @@
+#include "paths.h"
+
+#include <zu/project/exceptions.h>
+
+#include <QByteArray>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+#include <vector>
+
+namespace zu {
+namespace project {
+namespace detail {
+
+std::string toUtf8(const QString& text) {
+  const QByteArray bytes = text.toUtf8();
+  return std::string(bytes.constData(), static_cast<size_t>(bytes.size()));
+}
+
+fs::path diskPath(const QString& path) { return fs::path(toUtf8(path)); }
+
+QString fromDiskPath(const fs::path& path) {
+  const std::string& native = path.native();
+  return QString::fromUtf8(native.data(), static_cast<int>(native.size()));
+}
+
+fs::path absoluteDiskPath(const fs::path& path) {
+  std::error_code ignored;
+  fs::path result = fs::absolute(path, ignored).lexically_normal();
+  std::string native = result.native();
+  while (native.size() > 1 && native.back() == '/')
+    native.pop_back();
+  return fs::path(native);
+}
+
+std::optional<std::string> normalizeModelPath(const QString& path) {
+  const std::string bytes = toUtf8(path);
+  if (bytes.find('\0') != std::string::npos)
+    return std::nullopt;
+  std::vector<std::string> parts;
+  size_t start = 0;
+  while (start <= bytes.size()) {
+    size_t end = bytes.find('/', start);
+    if (end == std::string::npos)
+      end = bytes.size();
+    std::string part = bytes.substr(start, end - start);
+    if (part == "..") {
+      if (parts.empty())
+        return std::nullopt;
+      parts.pop_back();
+    } else if (!part.empty() && part != ".") {
+      parts.push_back(std::move(part));
+    }
+    start = end + 1;
+  }
+  std::string result;
+  for (const std::string& part : parts) {
+    if (!result.empty())
+      result += '/';
+    result += part;
+  }
+  return result;
+}
+
+bool existsNoFollow(const fs::path& path) {
+  std::error_code ignored;
+  return fs::exists(fs::symlink_status(path, ignored));
+}
+
+[[noreturn]] void throwSystemError(const std::string& what, const std::error_code& error) {
+  throw Exception(what + ": " + error.message());
+}
+
+void copyRegularFile(const fs::path& from, const fs::path& to) {
+  std::error_code error;
+  fs::copy_file(from, to, fs::copy_options::overwrite_existing, error);
+  if (error)
+    throwSystemError("Could not copy " + from.string() + " to " + to.string(), error);
+  // A read-only source file must not make the copy read-only for later edits.
+  fs::permissions(to, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::add,
+                  error);
+}
+
+void copyTree(const fs::path& from, const fs::path& to) {
+  std::error_code error;
+  const fs::file_status status = fs::symlink_status(from, error);
+  if (fs::is_regular_file(status)) {
+    copyRegularFile(from, to);
+    return;
+  }
+  if (!fs::is_directory(status))
+    throw Exception("Could not copy " + from.string() + ": not a file or directory");
+
+  fs::create_directories(to, error);
+  if (error || !fs::is_directory(to))
+    throwSystemError("Could not create directory " + to.string(),
+                     error ? error : std::make_error_code(std::errc::not_a_directory));
+
+  const size_t prefix = from.native().size() + 1;
+  fs::recursive_directory_iterator it(from, fs::directory_options::none, error);
+  if (error)
+    throwSystemError("Could not read directory " + from.string(), error);
+  for (const fs::recursive_directory_iterator end; it != end; it.increment(error)) {
+    if (error)
+      throwSystemError("Could not read directory " + from.string(), error);
+    const fs::path target = to / it->path().native().substr(prefix);
+    if (it->is_symlink(error)) {
+      continue;  // never followed: a link could lead anywhere on the disk
+    } else if (it->is_directory(error)) {
+      fs::create_directory(target, error);
+      if (error)
+        throwSystemError("Could not create directory " + target.string(), error);
+    } else if (it->is_regular_file(error)) {
+      copyRegularFile(it->path(), target);
+    }
+  }
+  if (error)
+    throwSystemError("Could not read directory " + from.string(), error);
+}
+
+fs::path createSibling(const fs::path& target, bool directory) {
+  static std::atomic<unsigned> counter{0};
+  const fs::path parent = target.parent_path();
+  const std::string base = "." + target.filename().string() + ".tmp-";
+  const auto seed = static_cast<unsigned long>(
+      std::chrono::steady_clock::now().time_since_epoch().count());
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const fs::path candidate =
+        parent / (base + std::to_string(::getpid()) + "-" +
+                  std::to_string((seed + counter++) % 1000000007UL));
+    if (directory) {
+      std::error_code error;
+      if (fs::create_directory(candidate, error))
+        return candidate;
+      if (error)
+        throwSystemError("Could not create a directory in " + parent.string(), error);
+    } else {
+      const int fd = ::open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+      if (fd >= 0) {
+        ::close(fd);
+        return candidate;
+      }
+      if (errno != EEXIST)
+        throwSystemError("Could not create a file in " + parent.string(),
+                         std::error_code(errno, std::generic_category()));
+    }
+  }
+  throw Exception("Could not find a free temporary name in " + parent.string());
+}
+
+void writeFileAtomically(const fs::path& path, const std::string& data) {
+  const fs::path temporary = createSibling(path, false);
+  std::error_code error;
+  FILE* file = std::fopen(temporary.c_str(), "wb");
+  bool ok = file != nullptr;
+  if (ok && !data.empty())
+    ok = std::fwrite(data.data(), 1, data.size(), file) == data.size();
+  if (file)
+    ok = (std::fclose(file) == 0) && ok;
+  if (!ok) {
+    const std::error_code reason(errno ? errno : EIO, std::generic_category());
+    fs::remove(temporary, error);
+    throwSystemError("Could not write " + path.string(), reason);
+  }
+  fs::rename(temporary, path, error);
+  if (error) {
+    std::error_code ignored;
+    fs::remove(temporary, ignored);
+    throwSystemError("Could not write " + path.string(), error);
+  }
+}
+
+}  // namespace detail
+}  // namespace project
+}  // namespace zu

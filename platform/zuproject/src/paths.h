@@ -1,0 +1,55 @@
+#ifndef ZU_PROJECT_PATHS_H
+#define ZU_PROJECT_PATHS_H
+
+// Helpers shared by the project model's sources; not installed.
+
+#include <QString>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <system_error>
+
+namespace zu {
+namespace project {
+namespace detail {
+
+namespace fs = std::filesystem;
+
+/// The UTF-8 bytes of a Qt string.
+std::string toUtf8(const QString& text);
+/// A disk path from UTF-8 text; file names on disk are taken as UTF-8 bytes.
+fs::path diskPath(const QString& path);
+/// A disk path as a Qt string.
+QString fromDiskPath(const fs::path& path);
+/// An absolute, lexically normal disk path without a trailing separator.
+fs::path absoluteDiskPath(const fs::path& path);
+
+/// A model path made relative and normal ("./a/../b" is "b", "" is the top); nothing when
+/// it would leave the model or holds a NUL character.
+std::optional<std::string> normalizeModelPath(const QString& path);
+
+/// Whether the entry exists, without following a link.
+bool existsNoFollow(const fs::path& path);
+
+/// Copies a file or a tree (merging into existing directories, replacing files); symbolic
+/// links and special files are skipped, never followed. Throws Exception on failure.
+void copyTree(const fs::path& from, const fs::path& to);
+/// Copies one regular file over whatever file is at to, leaving it writable by its owner.
+void copyRegularFile(const fs::path& from, const fs::path& to);
+
+/// Creates an entry beside target with a unique name that starts with a full stop, either
+/// an empty directory or an empty file, and returns its path.
+fs::path createSibling(const fs::path& target, bool directory);
+
+/// Replaces data atomically: writes to a sibling, then renames it over the file.
+void writeFileAtomically(const fs::path& path, const std::string& data);
+
+/// Throws Exception with "<what>: <system reason>".
+[[noreturn]] void throwSystemError(const std::string& what, const std::error_code& error);
+
+}  // namespace detail
+}  // namespace project
+}  // namespace zu
+
+#endif

@@ -1,0 +1,44 @@
+#include <zu/project/project.h>
+
+#include <zu/project/exceptions.h>
+
+#include "metadata_file.h"
+#include "paths.h"
+
+namespace zu {
+namespace project {
+
+Project::Project(const std::string& utf8Directory) : m_directory(utf8Directory) {}
+
+std::string Project::directory() const { return m_directory; }
+
+std::string Project::metadataPath() const {
+  return (detail::fs::path(m_directory) / ".metadata").native();
+}
+
+QString Project::metadata(const QString& key) const {
+  const KR::XmlElement::Ptr entry =
+      detail::findEntry(detail::readMetadataFile(metadataPath()), detail::toUtf8(key));
+  return entry ? QString::fromStdString(entry->attribute("value", "")) : QString("");
+}
+
+void Project::setMetadata(const QString& key, const QString& value) {
+  std::error_code error;
+  if (m_directory.empty() || !detail::fs::is_directory(m_directory, error))
+    throw PathNotFound(m_directory);
+  // Edit the document in place, so that what others wrote into it (a behavior's name and
+  // tags) stays.
+  const KR::XmlElement::Ptr root = detail::readMetadataFile(metadataPath());
+  const std::string keyText = detail::toUtf8(key);
+  KR::XmlElement::Ptr entry = detail::findEntry(root, keyText);
+  if (!entry) {
+    entry.reset(new KR::XmlElement("Entry"));
+    entry->setAttribute("key", keyText, true);
+    root->addChild(entry);
+  }
+  entry->setAttribute("value", detail::toUtf8(value), false);
+  detail::writeMetadataFile(metadataPath(), root);
+}
+
+}  // namespace project
+}  // namespace zu
