@@ -54,8 +54,7 @@ public:
   Ptr firstChild(const std::string& name) const;
   /// Direct child elements with this name (all when name is empty); with a container,
   /// those inside the first direct child element named container.
-  std::vector<Ptr> children(const std::string& name = "",
-                            const std::string& container = "") const;
+  std::vector<Ptr> children(const std::string& name = "", const std::string& container = "") const;
   /// Every direct child: elements, texts, CDATA sections and comments, in order.
   std::vector<XmlNodePtr> mixedChildren() const { return m_children; }
   /// Appends any node (an element, a text, a CDATA section or a comment).

@@ -1,0 +1,319 @@
+#include <krserial/xml_document.h>
+#include <krserial/xml_text.h>
+
+#include <boost/make_shared.hpp>
+#include <pugixml.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <vector>
+
+namespace KR {
+
+namespace {
+
+const int kMaxDepth = 1024;
+
+// Comments are kept so that a document read and written again still carries them. The
+// document type is skipped rather than parsed, so entities declared there are never
+// expanded, and whitespace-only text is dropped, so indentation never becomes content.
+const unsigned kParseOptions = pugi::parse_default | pugi::parse_comments;
+
+const size_t kExcerptRadius = 30;
+
+void fail(std::string* error, std::string* errorContext, const std::string& message,
+          const std::string& context) {
+  if (error)
+    *error = message;
+  if (errorContext)
+    *errorContext = context;
+}
+
+bool isContinuationByte(char c) {
+  return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+// Places a byte offset of the input the way an editor would show it, with the text
+// around it, so that a broken document can be found and fixed by hand.
+std::string describeOffset(const std::string& xml, ptrdiff_t offset) {
+  const size_t at = std::min(static_cast<size_t>(std::max<ptrdiff_t>(offset, 0)), xml.size());
+  const size_t lineStart = at == 0 ? 0 : xml.rfind('\n', at - 1) + 1;  // npos + 1 == 0
+  size_t lineEnd = xml.find('\n', at);
+  if (lineEnd == std::string::npos)
+    lineEnd = xml.size();
+
+  const size_t line = 1 + std::count(xml.begin(), xml.begin() + lineStart, '\n');
+  const size_t column = 1 + std::count_if(xml.begin() + lineStart, xml.begin() + at,
+                                          [](char c) { return !isContinuationByte(c); });
+  std::string result = "line " + std::to_string(line) + ", column " + std::to_string(column);
+  if (at == xml.size())
+    return result + ", at the end of the document";
+
+  size_t begin = std::max(lineStart, at >= kExcerptRadius ? at - kExcerptRadius : 0);
+  size_t end = std::min(lineEnd, at + kExcerptRadius);
+  // Cutting inside a multi-byte character would put invalid UTF-8 into the message.
+  while (begin < at && isContinuationByte(xml[begin]))
+    ++begin;
+  while (end > at && end < xml.size() && isContinuationByte(xml[end]))
+    --end;
+  std::string excerpt = xml.substr(begin, end - begin);
+  for (char& c : excerpt) {
+    if (static_cast<unsigned char>(c) < 0x20)
+      c = ' ';
+  }
+  return result + ", near \"" + excerpt + "\"";
+}
+
+// A NUL byte ends pugixml's scan early, so anything after it would be silently ignored.
+// UTF-16 and UTF-32 documents, which pugixml converts, always have one among their first
+// four bytes; a NUL anywhere in a byte-oriented document makes it malformed.
+size_t findStrayNul(const std::string& xml) {
+  const size_t first = xml.find('\0');
+  if (first == std::string::npos || first < 4)
+    return std::string::npos;
+  return first;
+}
+
+void copyAttributes(const pugi::xml_node& source, XmlElement& target) {
+  for (const pugi::xml_attribute& attribute : source.attributes()) {
+    target.setAttribute(attribute.name(), attribute.value(), true);
+  }
+}
+
+XmlElement::Ptr convertTree(const std::string& xml, const pugi::xml_node& rootNode,
+                            std::string* error, std::string* errorContext) {
+  struct Pending {
+    pugi::xml_node source;
+    XmlElement* target;
+    int depth;
+  };
+  XmlElement::Ptr root = boost::make_shared<XmlElement>(rootNode.name());
+  copyAttributes(rootNode, *root);
+  std::vector<Pending> pending{{rootNode, root.get(), 1}};
+  while (!pending.empty()) {
+    const Pending current = pending.back();
+    pending.pop_back();
+    for (const pugi::xml_node& child : current.source.children()) {
+      switch (child.type()) {
+        case pugi::node_element: {
+          if (current.depth >= kMaxDepth) {
+            fail(error, errorContext,
+                 "elements are nested deeper than " + std::to_string(kMaxDepth) + " levels",
+                 describeOffset(xml, child.offset_debug() - 1));
+            return XmlElement::Ptr();
+          }
+          auto element = boost::make_shared<XmlElement>(child.name());
+          copyAttributes(child, *element);
+          current.target->addChild(element);
+          pending.push_back({child, element.get(), current.depth + 1});
+          break;
+        }
+        case pugi::node_pcdata:
+          current.target->addNode(boost::make_shared<XmlText>(XmlNode::Text, child.value()));
+          break;
+        case pugi::node_cdata:
+          current.target->addNode(boost::make_shared<XmlText>(XmlNode::CData, child.value()));
+          break;
+        case pugi::node_comment:
+          current.target->addNode(boost::make_shared<XmlText>(XmlNode::Comment, child.value()));
+          break;
+        default: break;
+      }
+    }
+  }
+  return root;
+}
+
+XmlDocument::Ptr parse(const std::string& xml, std::string* error, std::string* errorContext) {
+  const size_t nul = findStrayNul(xml);
+  if (nul != std::string::npos) {
+    fail(error, errorContext, "NUL character in the document", describeOffset(xml, nul));
+    return XmlDocument::Ptr();
+  }
+
+  pugi::xml_document document;
+  const pugi::xml_parse_result result =
+      document.load_buffer(xml.data(), xml.size(), kParseOptions, pugi::encoding_auto);
+  if (!result) {
+    fail(error, errorContext, result.description(), describeOffset(xml, result.offset));
+    return XmlDocument::Ptr();
+  }
+
+  // pugixml reads a forest of top-level elements without complaint; a document has one.
+  pugi::xml_node rootNode;
+  for (const pugi::xml_node& node : document.children()) {
+    if (node.type() != pugi::node_element)
+      continue;
+    if (rootNode) {
+      fail(error, errorContext, "more than one root element",
+           describeOffset(xml, node.offset_debug() - 1));
+      return XmlDocument::Ptr();
+    }
+    rootNode = node;
+  }
+  if (!rootNode) {
+    fail(error, errorContext, "no root element", describeOffset(xml, xml.size()));
+    return XmlDocument::Ptr();
+  }
+
+  XmlElement::Ptr root = convertTree(xml, rootNode, error, errorContext);
+  return root ? boost::make_shared<XmlDocument>(root) : XmlDocument::Ptr();
+}
+
+class StringWriter : public pugi::xml_writer {
+public:
+  explicit StringWriter(std::string& out) : m_out(out) {}
+  void write(const void* data, size_t size) override {
+    m_out.append(static_cast<const char*>(data), size);
+  }
+
+private:
+  std::string& m_out;
+};
+
+pugi::xml_node appendElement(pugi::xml_node parent, const XmlElement& element) {
+  pugi::xml_node node = parent.append_child(element.name().c_str());
+  for (const auto& attribute : element.attributes()) {
+    node.append_attribute(attribute.first.c_str()).set_value(attribute.second.c_str());
+  }
+  return node;
+}
+
+struct Rendered {
+  std::string text;
+  int depth = 0;
+};
+
+Rendered render(const XmlElement* root) {
+  pugi::xml_document document;
+  pugi::xml_node declaration = document.append_child(pugi::node_declaration);
+  declaration.append_attribute("version").set_value("1.0");
+  declaration.append_attribute("encoding").set_value("UTF-8");
+
+  Rendered rendered;
+  if (root) {
+    // Each element node is created, with its attributes, as its parent's children are
+    // walked, so sibling order is kept; its own children are filled in when it is popped.
+    struct Pending {
+      const XmlElement* source;
+      pugi::xml_node target;
+      int depth;
+    };
+    std::vector<Pending> pending{{root, appendElement(document, *root), 1}};
+    while (!pending.empty()) {
+      Pending current = pending.back();
+      pending.pop_back();
+      rendered.depth = std::max(rendered.depth, current.depth);
+      for (const XmlNodePtr& node : current.source->mixedChildren()) {
+        if (node->type() == XmlNode::Element) {
+          const XmlElement& element = static_cast<const XmlElement&>(*node);
+          pending.push_back({&element, appendElement(current.target, element), current.depth + 1});
+          continue;
+        }
+        const pugi::xml_node_type type = node->type() == XmlNode::CData     ? pugi::node_cdata
+                                         : node->type() == XmlNode::Comment ? pugi::node_comment
+                                                                            : pugi::node_pcdata;
+        current.target.append_child(type).set_value(
+            static_cast<const XmlText&>(*node).value().c_str());
+      }
+    }
+  }
+
+  // pugixml's indentation leaves elements holding text inline, so indenting never alters
+  // content. Past the depth a reader accepts, indentation would grow with the square of
+  // the depth, so such trees are written on one line.
+  const unsigned format = rendered.depth > kMaxDepth ? pugi::format_raw : pugi::format_indent;
+  StringWriter writer(rendered.text);
+  document.save(writer, "  ", format, pugi::encoding_utf8);
+  return rendered;
+}
+
+}  // namespace
+
+XmlDocument::XmlDocument(XmlElement::Ptr root) : m_root(root) {}
+
+int XmlDocument::maxDepth() {
+  return kMaxDepth;
+}
+
+XmlDocument::Ptr XmlDocument::loadFromXmlString(const std::string& xml, std::string* error,
+                                                std::string* errorContext) {
+  try {
+    return parse(xml, error, errorContext);
+  } catch (const std::exception& e) {
+    fail(error, errorContext, std::string("cannot read the XML document: ") + e.what(), "");
+    return Ptr();
+  }
+}
+
+XmlDocument::Ptr XmlDocument::loadFromXmlFile(FILE* file, std::string* error,
+                                              std::string* errorContext) {
+  if (!file) {
+    fail(error, errorContext, "no file to read the XML document from", "");
+    return Ptr();
+  }
+  try {
+    std::string xml;
+    char buffer[65536];
+    size_t count;
+    while ((count = std::fread(buffer, 1, sizeof buffer, file)) > 0)
+      xml.append(buffer, count);
+    if (std::ferror(file)) {
+      const int code = errno;
+      fail(error, errorContext,
+           std::string("cannot read the XML document: ") +
+               (code ? std::strerror(code) : "read error"),
+           "after " + std::to_string(xml.size()) + " bytes");
+      return Ptr();
+    }
+    return loadFromXmlString(xml, error, errorContext);
+  } catch (const std::exception& e) {
+    fail(error, errorContext, std::string("cannot read the XML document: ") + e.what(), "");
+    return Ptr();
+  }
+}
+
+std::string XmlDocument::saveToXmlString() const {
+  return render(m_root.get()).text;
+}
+
+bool XmlDocument::saveToXmlFile(FILE* file, std::string* error, std::string* errorContext) const {
+  if (!file) {
+    fail(error, errorContext, "no file to write the XML document to", "");
+    return false;
+  }
+  if (!m_root) {
+    fail(error, errorContext, "the document has no root element", "");
+    return false;
+  }
+  Rendered rendered;
+  try {
+    rendered = render(m_root.get());
+  } catch (const std::exception& e) {
+    fail(error, errorContext, std::string("cannot write the XML document: ") + e.what(), "");
+    return false;
+  }
+  // Such a file would be refused when read back; better to say so now than lose the data.
+  if (rendered.depth > kMaxDepth) {
+    fail(error, errorContext,
+         "elements are nested deeper than " + std::to_string(kMaxDepth) + " levels",
+         "depth " + std::to_string(rendered.depth));
+    return false;
+  }
+  errno = 0;
+  const size_t written = std::fwrite(rendered.text.data(), 1, rendered.text.size(), file);
+  if (written != rendered.text.size() || std::fflush(file) != 0) {
+    const int code = errno;
+    fail(error, errorContext,
+         std::string("cannot write the XML document: ") +
+             (code ? std::strerror(code) : "write error"),
+         "after " + std::to_string(written) + " of " + std::to_string(rendered.text.size()) +
+             " bytes");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace KR
