@@ -7,20 +7,27 @@
 #include <archive.h>
 #include <archive_entry.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
-#include <fcntl.h>
 #include <memory>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 namespace zu {
 namespace project {
 namespace detail {
 namespace {
+
+// libarchive reports "unrecognized format" with this errno on systems without EFTYPE.
+#ifdef EFTYPE
+constexpr int kFileFormatErrno = EFTYPE;
+#else
+constexpr int kFileFormatErrno = EILSEQ;
+#endif
 
 struct ReadCloser {
   void operator()(archive* a) const { archive_read_free(a); }
@@ -64,6 +71,18 @@ std::string safeEntryPath(const std::string& archiveName, const char* raw) {
   return result;
 }
 
+[[noreturn]] void throwReadFailure(archive* a, const std::string& archiveName) {
+  const int error = archive_errno(a);
+  if (error == EACCES || error == EISDIR || error == ENOENT || error == EIO || error == ENOMEM)
+    throwSystemError("Could not read " + archiveName,
+                     std::error_code(error, std::generic_category()));
+  // Only a file that no reader recognised is "not an archive"; a recognised but broken
+  // one (a gzip stream cut short, say) is damaged.
+  if (archive_format(a) == 0 && error == kFileFormatErrno)
+    throw UnsupportedFormat(archiveName + ": " + reason(a));
+  throw CorruptedFile(archiveName + ": " + reason(a));
+}
+
 // Errors that mean the archive contradicts itself (a file where a directory must be).
 bool isConflict(int error) {
   return error == ENOTDIR || error == EISDIR || error == EEXIST;
@@ -90,7 +109,8 @@ void extractData(archive* a, const std::string& archiveName, const fs::path& tar
     const int r = archive_read_data_block(a, &block, &size, &offset);
     if (r == ARCHIVE_EOF)
       break;
-    if (r < ARCHIVE_WARN)
+    // A warning here is a checksum mismatch: the data is damaged.
+    if (r != ARCHIVE_OK)
       throw CorruptedFile(archiveName + ": " + reason(a));
     if (offset != written) {  // a hole in a sparse entry
       if (fseeko(out.get(), static_cast<off_t>(offset), SEEK_SET) != 0)
@@ -102,7 +122,8 @@ void extractData(archive* a, const std::string& archiveName, const fs::path& tar
     written += static_cast<la_int64_t>(size);
   }
   // A sparse entry may end in a hole that no data block covers.
-  if (declaredSize > written && ::ftruncate(fileno(out.get()), static_cast<off_t>(declaredSize)) != 0)
+  if (declaredSize > written &&
+      ::ftruncate(fileno(out.get()), static_cast<off_t>(declaredSize)) != 0)
     throwWriteFailure(archiveName, target, errno);
   FILE* raw = out.release();
   if (std::fclose(raw) != 0)
@@ -125,8 +146,34 @@ ArchiveFormat formatOf(archive* a) {
   }
 }
 
+struct OutputFile {
+  int fd;
+  int error;  // the first write error, 0 while all is well
+};
+
+// Never tells libarchive of a write error: in its fatal state it would no longer release
+// its compressor. The error is kept and reported once the archive is closed.
+la_ssize_t writeToOutput(archive*, void* data, const void* buffer, size_t length) {
+  OutputFile& output = *static_cast<OutputFile*>(data);
+  const char* bytes = static_cast<const char*>(buffer);
+  size_t left = length;
+  while (output.error == 0 && left > 0) {
+    const ssize_t count = ::write(output.fd, bytes, left);
+    if (count < 0 && errno == EINTR)
+      continue;
+    if (count <= 0) {
+      output.error = count < 0 ? errno : EIO;
+      break;
+    }
+    bytes += count;
+    left -= static_cast<size_t>(count);
+  }
+  return static_cast<la_ssize_t>(length);
+}
+
 bool endsWith(const std::string& text, const std::string& tail) {
-  return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+  return text.size() >= tail.size() &&
+         text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
 }  // namespace
@@ -138,26 +185,17 @@ ArchiveFormat extractArchive(const fs::path& archivePath, const fs::path& root) 
     throw Exception(name + ": out of memory");
   archive_read_support_filter_all(a.get());
   archive_read_support_format_all(a.get());
-  if (archive_read_open_filename(a.get(), archivePath.c_str(), 64 * 1024) != ARCHIVE_OK) {
-    const int error = archive_errno(a.get());
-    if (error == EACCES || error == EISDIR || error == ENOENT || error == EIO)
-      throwSystemError("Could not read " + name, std::error_code(error, std::generic_category()));
-    throw UnsupportedFormat(name + ": " + reason(a.get()));
-  }
+  // Opening already runs the format detection, so it fails like a first header would.
+  if (archive_read_open_filename(a.get(), archivePath.c_str(), 64 * 1024) != ARCHIVE_OK)
+    throwReadFailure(a.get(), name);
 
-  bool first = true;
   for (;;) {
     archive_entry* entry = nullptr;
     const int r = archive_read_next_header(a.get(), &entry);
     if (r == ARCHIVE_EOF)
       break;
-    if (r < ARCHIVE_WARN) {
-      // No format recognised before the first entry: this is not an archive at all.
-      if (first && archive_format(a.get()) == 0)
-        throw UnsupportedFormat(name + ": " + reason(a.get()));
-      throw CorruptedFile(name + ": " + reason(a.get()));
-    }
-    first = false;
+    if (r < ARCHIVE_WARN)
+      throwReadFailure(a.get(), name);
 
     const char* rawPath = archive_entry_pathname_utf8(entry);
     if (!rawPath)
@@ -186,6 +224,9 @@ ArchiveFormat extractArchive(const fs::path& archivePath, const fs::path& root) 
     extractData(a.get(), name, target,
                 archive_entry_size_is_set(entry) ? archive_entry_size(entry) : 0);
   }
+  // libarchive takes a zero-byte file for an empty archive; nobody means that by it.
+  if ((archive_format(a.get()) & ARCHIVE_FORMAT_BASE_MASK) == ARCHIVE_FORMAT_EMPTY)
+    throw UnsupportedFormat(name + ": empty file");
   const ArchiveFormat format = formatOf(a.get());
   if (archive_read_close(a.get()) < ARCHIVE_WARN)
     throw CorruptedFile(name + ": " + reason(a.get()));
@@ -222,8 +263,15 @@ void writeArchive(const fs::path& root, const fs::path& target, ArchiveFormat fo
     int fd;
     ~FdCloser() { ::close(fd); }
   } fdCloser{fd};
-  if (archive_write_open_fd(a.get(), fd) != ARCHIVE_OK)
+  OutputFile output{fd, 0};
+  archive_write_set_bytes_in_last_block(a.get(), 1);  // a file needs no tape padding
+  if (archive_write_open2(a.get(), &output, nullptr, writeToOutput, nullptr, nullptr) != ARCHIVE_OK)
     throw Exception("Could not write " + name + ": " + reason(a.get()));
+  auto throwIfOutputFailed = [&] {
+    if (output.error)
+      throwSystemError("Could not write " + name,
+                       std::error_code(output.error, std::generic_category()));
+  };
 
   // Entries in byte-wise order, so that the same project always gives the same archive.
   std::vector<std::string> paths;
@@ -240,6 +288,8 @@ void writeArchive(const fs::path& root, const fs::path& target, ArchiveFormat fo
                                                                  archive_entry_free);
   std::vector<char> buffer(256 * 1024);
   for (const std::string& relative : paths) {
+    if (output.error)
+      break;  // the archive is closed below, then the failure reported
     const fs::path source = root / relative;
     struct stat info;
     if (::lstat(source.c_str(), &info) != 0)
@@ -249,7 +299,8 @@ void writeArchive(const fs::path& root, const fs::path& target, ArchiveFormat fo
     if (!isDir && !S_ISREG(info.st_mode))
       continue;
     archive_entry_clear(entry.get());
-    archive_entry_set_pathname_utf8(entry.get(), isDir ? (relative + "/").c_str() : relative.c_str());
+    archive_entry_set_pathname_utf8(entry.get(),
+                                    isDir ? (relative + "/").c_str() : relative.c_str());
     archive_entry_set_filetype(entry.get(), isDir ? AE_IFDIR : AE_IFREG);
     archive_entry_set_perm(entry.get(), isDir ? 0755 : 0644);
     archive_entry_set_size(entry.get(), isDir ? 0 : info.st_size);
@@ -263,7 +314,8 @@ void writeArchive(const fs::path& root, const fs::path& target, ArchiveFormat fo
       throwSystemError("Could not read " + source.string(),
                        std::error_code(errno, std::generic_category()));
     size_t count = 0;
-    while ((count = std::fread(buffer.data(), 1, buffer.size(), in.get())) > 0) {
+    while (output.error == 0 &&
+           (count = std::fread(buffer.data(), 1, buffer.size(), in.get())) > 0) {
       if (archive_write_data(a.get(), buffer.data(), count) < 0)
         throw Exception("Could not write " + name + ": " + reason(a.get()));
     }
@@ -273,6 +325,7 @@ void writeArchive(const fs::path& root, const fs::path& target, ArchiveFormat fo
   }
   if (archive_write_close(a.get()) != ARCHIVE_OK)
     throw Exception("Could not write " + name + ": " + reason(a.get()));
+  throwIfOutputFailed();
   // The new archive must be on disk before it replaces the old one.
   if (::fsync(fd) != 0)
     throwSystemError("Could not write " + name, std::error_code(errno, std::generic_category()));

@@ -4,12 +4,12 @@
 
 #include <QByteArray>
 
+#include <fcntl.h>
+#include <unistd.h>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <fcntl.h>
-#include <unistd.h>
 #include <vector>
 
 namespace zu {
@@ -21,7 +21,9 @@ std::string toUtf8(const QString& text) {
   return std::string(bytes.constData(), static_cast<size_t>(bytes.size()));
 }
 
-fs::path diskPath(const QString& path) { return fs::path(toUtf8(path)); }
+fs::path diskPath(const QString& path) {
+  return fs::path(toUtf8(path));
+}
 
 QString fromDiskPath(const fs::path& path) {
   const std::string& native = path.native();
@@ -81,8 +83,7 @@ void copyRegularFile(const fs::path& from, const fs::path& to) {
   if (error)
     throwSystemError("Could not copy " + from.string() + " to " + to.string(), error);
   // A read-only source file must not make the copy read-only for later edits.
-  fs::permissions(to, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::add,
-                  error);
+  fs::permissions(to, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::add, error);
 }
 
 void copyTree(const fs::path& from, const fs::path& to) {
@@ -126,12 +127,11 @@ fs::path createSibling(const fs::path& target, bool directory) {
   static std::atomic<unsigned> counter{0};
   const fs::path parent = target.parent_path();
   const std::string base = "." + target.filename().string() + ".tmp-";
-  const auto seed = static_cast<unsigned long>(
-      std::chrono::steady_clock::now().time_since_epoch().count());
+  const auto seed =
+      static_cast<unsigned long>(std::chrono::steady_clock::now().time_since_epoch().count());
   for (int attempt = 0; attempt < 100; ++attempt) {
-    const fs::path candidate =
-        parent / (base + std::to_string(::getpid()) + "-" +
-                  std::to_string((seed + counter++) % 1000000007UL));
+    const fs::path candidate = parent / (base + std::to_string(::getpid()) + "-" +
+                                         std::to_string((seed + counter++) % 1000000007UL));
     if (directory) {
       std::error_code error;
       if (fs::create_directory(candidate, error))

@@ -10,7 +10,9 @@ namespace project {
 
 Project::Project(const std::string& utf8Directory) : m_directory(utf8Directory) {}
 
-std::string Project::directory() const { return m_directory; }
+std::string Project::directory() const {
+  return m_directory;
+}
 
 std::string Project::metadataPath() const {
   return (detail::fs::path(m_directory) / ".metadata").native();

@@ -25,8 +25,7 @@ struct ProjectModel::Private {
 
   Private() {
     if (!workingCopy.isValid())
-      throw Exception("Could not create a working directory: " +
-                      toUtf8(workingCopy.errorString()));
+      throw Exception("Could not create a working directory: " + toUtf8(workingCopy.errorString()));
     root = diskPath(workingCopy.path());
   }
 
@@ -107,7 +106,7 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
     if (format == ArchiveFormat_Auto) {
       std::error_code ignored;
       format = fs::is_directory(fs::symlink_status(target, ignored)) ? ArchiveFormat_Directory
-                                                                      : ArchiveFormat_Zip;
+                                                                     : ArchiveFormat_Zip;
     }
   }
   if (format < ArchiveFormat_Directory || format > ArchiveFormat_Zip)
@@ -162,9 +161,13 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
   d->sourceFormat = format;
 }
 
-QString ProjectModel::getSourcePath() const { return d->sourcePath; }
+QString ProjectModel::getSourcePath() const {
+  return d->sourcePath;
+}
 
-ArchiveFormat ProjectModel::getSourceFormat() const { return d->sourceFormat; }
+ArchiveFormat ProjectModel::getSourceFormat() const {
+  return d->sourceFormat;
+}
 
 QString ProjectModel::getMetadata(const QString& key) const {
   return Project(d->root.native()).metadata(key);
@@ -312,7 +315,8 @@ void ProjectModel::importFile(const ProjectModel* source, const QString& sourceP
   if (source == this) {
     if (from == to)
       return;
-    if (fs::is_directory(status) && (from.empty() || to.compare(0, from.size() + 1, from + "/") == 0))
+    if (fs::is_directory(status) &&
+        (from.empty() || to.compare(0, from.size() + 1, from + "/") == 0))
       throw Exception("Could not copy " + from + " into itself");
   }
   const fs::file_status existing = fs::symlink_status(toPath, error);
