@@ -11,9 +11,8 @@ int main() {
   zu::project::ProjectModel model;
   model.writeFile("Folder/lbfinfo", "<Folder expanded=\"yes\"/>");
   model.setMetadata("Type", KR::BoxConstants::a_boxLibraryProjectType);
-  KR::XmlDocument::Ptr document =
-      KR::XmlDocument::loadFromXmlString(model.readFile("Folder/lbfinfo").toStdString(), nullptr,
-                                         nullptr);
+  KR::XmlDocument::Ptr document = KR::XmlDocument::loadFromXmlString(
+      model.readFile("Folder/lbfinfo").toStdString(), nullptr, nullptr);
   const bool ok = document && document->root()->name() == "Folder" &&
                   model.getMetadata("Type") == "VantorelBoxLibrary" &&
                   KR::BoxConstants::a_currentBxdVersion == 3 &&

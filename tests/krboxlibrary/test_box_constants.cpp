@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <dlfcn.h>
+#include <cstring>
 #include <string>
 
 namespace {
@@ -50,9 +50,9 @@ TEST(BoxConstants, NamesCompareCaseSensitivelyAndIrregularitiesHold) {
 }
 
 TEST(BoxConstants, VersionsAreOrderedCompileTimeConstants) {
-  static_assert(a_defaultBxdVersion == 0 && a_lastVerboseBxdVersion == 1 &&
-                    a_currentBxdVersion == 3,
-                "box file versions");
+  static_assert(
+      a_defaultBxdVersion == 0 && a_lastVerboseBxdVersion == 1 && a_currentBxdVersion == 3,
+      "box file versions");
   static_assert(a_defaultBxdVersion < a_lastVerboseBxdVersion &&
                     a_lastVerboseBxdVersion < a_currentBxdVersion,
                 "versions grow");
@@ -60,8 +60,9 @@ TEST(BoxConstants, VersionsAreOrderedCompileTimeConstants) {
 
 TEST(BoxConstants, EveryConstantIsAnExportedSymbolOfTheLibrary) {
   // Other modules bind to the library's own objects by name.
-  const char* names[] = {"a_defaultBxdVersion", "a_lastVerboseBxdVersion", "a_currentBxdVersion",
-                         "a_metaDatasBeacon",   "a_boxBeacon",             "a_projectXsd",
+  const char* names[] = {"a_defaultBxdVersion",  "a_lastVerboseBxdVersion",
+                         "a_currentBxdVersion",  "a_metaDatasBeacon",
+                         "a_boxBeacon",          "a_projectXsd",
                          "a_waveformListBeacon", "a_boxLibraryProjectVersion"};
   auto mangled = [](const std::string& name) {
     return "_ZN2KR12BoxConstants" + std::to_string(name.size()) + name + "E";
@@ -72,8 +73,7 @@ TEST(BoxConstants, EveryConstantIsAnExportedSymbolOfTheLibrary) {
   ASSERT_NE(library, nullptr) << info.dli_fname;
   for (const char* name : names)
     EXPECT_NE(dlsym(library, mangled(name).c_str()), nullptr) << name;
-  EXPECT_EQ(dlsym(library, mangled("a_boxBeacon").c_str()),
-            static_cast<const void*>(&a_boxBeacon));
+  EXPECT_EQ(dlsym(library, mangled("a_boxBeacon").c_str()), static_cast<const void*>(&a_boxBeacon));
   dlclose(library);
 }
 

@@ -57,8 +57,12 @@ std::string formatRecord(const Record& record) {
 
 void log(LogLevel level, const char* category, const char* message, const char* file,
          const char* function, int line) {
-  Record record{level,         category ? category : "", message ? message : "",
-                file ? file : "", function ? function : "", line};
+  Record record{level,
+                category ? category : "",
+                message ? message : "",
+                file ? file : "",
+                function ? function : "",
+                line};
 
   // Handlers run outside the lock so that one may add or remove handlers itself.
   std::vector<Handler> handlers;
@@ -109,8 +113,8 @@ void setDefaultHandlerLevel(LogLevel level) {
   r.defaultLevel = level;
 }
 
-LogStream::LogStream(LogLevel level, const char* category, const char* file,
-                     const char* function, int line)
+LogStream::LogStream(LogLevel level, const char* category, const char* file, const char* function,
+                     int line)
     : std::ostream(nullptr),
       m_level(level),
       m_category(category ? category : ""),

@@ -61,8 +61,7 @@ ZU_EXPORT std::string formatRecord(const Record& record);
 class ZU_EXPORT LogStream : public std::ostream {
 public:
   /// Starts a record; the strings are copied.
-  LogStream(LogLevel level, const char* category, const char* file, const char* function,
-            int line);
+  LogStream(LogLevel level, const char* category, const char* file, const char* function, int line);
   /// Sends the collected text as one record.
   ~LogStream() override;
 
