@@ -267,11 +267,6 @@ void writeArchive(const fs::path& root, const fs::path& target, ArchiveFormat fo
   archive_write_set_bytes_in_last_block(a.get(), 1);  // a file needs no tape padding
   if (archive_write_open2(a.get(), &output, nullptr, writeToOutput, nullptr, nullptr) != ARCHIVE_OK)
     throw Exception("Could not write " + name + ": " + reason(a.get()));
-  auto throwIfOutputFailed = [&] {
-    if (output.error)
-      throwSystemError("Could not write " + name,
-                       std::error_code(output.error, std::generic_category()));
-  };
 
   // Entries in byte-wise order, so that the same project always gives the same archive.
   std::vector<std::string> paths;
@@ -325,7 +320,9 @@ void writeArchive(const fs::path& root, const fs::path& target, ArchiveFormat fo
   }
   if (archive_write_close(a.get()) != ARCHIVE_OK)
     throw Exception("Could not write " + name + ": " + reason(a.get()));
-  throwIfOutputFailed();
+  if (output.error)
+    throwSystemError("Could not write " + name,
+                     std::error_code(output.error, std::generic_category()));
   // The new archive must be on disk before it replaces the old one.
   if (::fsync(fd) != 0)
     throwSystemError("Could not write " + name, std::error_code(errno, std::generic_category()));
