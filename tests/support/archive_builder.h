@@ -42,17 +42,10 @@ void writeArchive(const QString& path, const std::vector<ArchiveEntry>& entries,
 /// included) or when the container is neither a zip nor a plain or compressed tar.
 ArchiveContent readArchive(const QString& path);
 
-/// "zip", "tar", "tar.gz", ... for messages and file names.
-const char* archiveKindName(ArchiveKind kind);
-/// ".zip", ".tar", ".tar.gz", ...
-QString archiveSuffix(ArchiveKind kind);
-
 /// Cuts a file down to size bytes.
 void truncateFile(const QString& path, qint64 size);
 /// Inverts every bit of the byte at offset.
 void flipByte(const QString& path, qint64 offset);
-/// Where the stored data of a zip's first entry begins (just after its local header).
-qint64 zipFirstDataOffset(const QString& path);
 
 /// Deterministic bytes that do not compress, NUL bytes included.
 QByteArray randomBytes(int size, unsigned seed);

@@ -1,214 +1,115 @@
 #include "project_fixtures.h"
 
-#include <gtest/gtest.h>
-
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
-#include <QSet>
-#include <algorithm>
-#include <set>
-
-#include "test_files.h"
+#include <iterator>
 
 namespace testutil {
 
-namespace {
+const std::vector<Form> kForms = {
+    {zu::project::ArchiveFormat_Directory, "Directory", "project", ArchiveKind::Tar},
+    {zu::project::ArchiveFormat_Zip, "Zip", "project.zip", ArchiveKind::Zip},
+    {zu::project::ArchiveFormat_Tar, "Tar", "project.tar", ArchiveKind::Tar},
+    {zu::project::ArchiveFormat_TarGz, "TarGz", "project.tar.gz", ArchiveKind::TarGz},
+    {zu::project::ArchiveFormat_TarBz2, "TarBz2", "project.tar.bz2", ArchiveKind::TarBz2},
+    {zu::project::ArchiveFormat_TarXz, "TarXz", "project.tar.xz", ArchiveKind::TarXz}};
 
-const QString kMetadataFile = QStringLiteral(".metadata");
-
-QStringList withoutMetadata(QStringList list) {
-  list.removeAll(kMetadataFile);
-  return list;
+Tree sampleTree() {
+  Tree tree = treeOf(
+      "readme.txt=hello\n empty_file.txt= empty_dir/ nested/ nested/empty_inner/ nested/deeper/ "
+      "nested/deeper/deepest/ données/ données/été.txt=accents 日本/ 日本/ファイル.txt=cjk");
+  tree["nested/deeper/deepest/leaf.bin"] = QByteArray("\0\x01\x02\xff\0end\0", 9);
+  tree["dir with space/"] = QByteArray();
+  tree["dir with space/50% off.txt"] = "percent %20 %s\n";
+  tree["binary.dat"] = randomBytes(4096, 7);
+  return tree;
 }
 
-// Components of a stored name, so that ".." hidden anywhere in it is seen.
-bool hasDotDotComponent(const std::string& path) {
-  return QString::fromStdString(path).split('/').contains(QStringLiteral(".."));
+Tree treeOf(const char* listing) {
+  Tree tree;
+  for (const QString& item : QString(listing).split(' ', Qt::SkipEmptyParts))
+    tree[item.section('=', 0, 0)] =
+        item.contains('=') ? item.section('=', 1).toUtf8() : QByteArray();
+  return tree;
 }
 
-}  // namespace
-
-QStringList ProjectContent::allDirs() const {
-  QSet<QString> dirs;
-  for (const auto& file : files) {
-    QString parent = file.first.section('/', 0, -2);
-    while (!parent.isEmpty()) {
-      dirs.insert(parent);
-      parent = parent.section('/', 0, -2);
-    }
+std::string flat(const Tree& tree) {
+  std::string line;
+  for (const auto& entry : tree) {
+    line += (line.empty() ? "" : " ") + entry.first.toStdString();
+    if (!entry.first.endsWith('/'))
+      line += "=" + entry.second.toStdString();
   }
-  for (const QString& dir : emptyDirs) {
-    QString path = dir;
-    while (!path.isEmpty()) {
-      dirs.insert(path);
-      path = path.section('/', 0, -2);
-    }
+  return line;
+}
+
+void fillModel(zu::project::ProjectModel& model, const Tree& tree) {
+  for (const auto& entry : tree) {
+    if (entry.first.endsWith('/'))
+      model.mkdir(entry.first, true);
+    else
+      model.writeFile(entry.first, entry.second);
   }
-  return sortedByUtf8(QStringList(dirs.begin(), dirs.end()));
 }
 
-QStringList ProjectContent::filePaths() const {
-  QStringList paths;
-  for (const auto& file : files)
-    paths << file.first;
-  return sortedByUtf8(paths);
+void writeTree(const QString& root, const Tree& tree) {
+  for (const auto& entry : tree) {
+    if (entry.first.endsWith('/'))
+      QDir().mkpath(root + "/" + entry.first);
+    else
+      writeDiskFile(root + "/" + entry.first, entry.second);
+  }
 }
 
-ProjectContent sampleContent() {
-  ProjectContent content;
-  content.files[QStringLiteral("readme.txt")] = "hello\n";
-  content.files[QStringLiteral("empty_file.txt")] = QByteArray("");
-  content.files[QStringLiteral("nested/deeper/deepest/leaf.bin")] =
-      QByteArray("\0\x01\x02\xff\0end\0", 9);
-  content.files[QStringLiteral("dir with space/50% off.txt")] = "percent %20 %s\n";
-  content
-      .files[QString::fromUtf8("donn\xc3\xa9"
-                               "es/\xc3\xa9t\xc3\xa9.txt")] = "accents";
-  content
-      .files[QString::fromUtf8("\xe6\x97\xa5\xe6\x9c\xac/\xe3\x83\x95\xe3\x82\xa1\xe3\x82\xa4"
-                               "\xe3\x83\xab.txt")] = "cjk";
-  content.files[QStringLiteral("binary.dat")] = randomBytes(4096, 7);
-  content.emptyDirs << QStringLiteral("empty_dir") << QStringLiteral("nested/empty_inner");
-  return content;
-}
-
-void fillModel(zu::project::ProjectModel& model, const ProjectContent& content) {
-  for (const QString& dir : content.emptyDirs)
-    model.mkdir(dir, true);
-  for (const auto& file : content.files)
-    model.writeFile(file.first, file.second);
-}
-
-void writeContentToDisk(const QString& root, const ProjectContent& content) {
-  for (const QString& dir : content.emptyDirs)
-    QDir().mkpath(root + "/" + dir);
-  for (const auto& file : content.files)
-    writeDiskFile(root + "/" + file.first, file.second);
-}
-
-std::vector<ArchiveEntry> contentEntries(const ProjectContent& content, const std::string& prefix) {
+std::vector<ArchiveEntry> treeEntries(const Tree& tree, const std::string& prefix) {
   std::vector<ArchiveEntry> entries;
-  for (const QString& dir : content.emptyDirs)
-    entries.push_back(dirEntry(prefix + dir.toStdString()));
-  for (const auto& file : content.files)
-    entries.push_back(fileEntry(prefix + file.first.toStdString(), file.second));
+  for (auto it = tree.begin(); it != tree.end(); ++it) {
+    const std::string name = prefix + it->first.toStdString();
+    const auto next = std::next(it);
+    if (!it->first.endsWith('/'))
+      entries.push_back(fileEntry(name, it->second));
+    else if (next == tree.end() || !next->first.startsWith(it->first))
+      entries.push_back(dirEntry(name));
+  }
   return entries;
 }
 
-QStringList modelEntries(const zu::project::ProjectModel& model) {
-  return withoutMetadata(model.getFileList(QString(), true, true, true));
-}
-
-void expectModelContent(const zu::project::ProjectModel& model, const ProjectContent& content) {
-  EXPECT_EQ(withoutMetadata(model.getFileList(QString(), false, true, true)), content.filePaths());
-  EXPECT_EQ(model.getFileList(QString(), true, false, true), content.allDirs());
-  for (const auto& file : content.files) {
-    QByteArray data = model.readFile(file.first);
-    EXPECT_FALSE(data.isNull()) << file.first.toStdString();
-    EXPECT_EQ(data, file.second) << file.first.toStdString();
-    EXPECT_TRUE(model.hasFile(file.first)) << file.first.toStdString();
+Tree modelTree(const zu::project::ProjectModel& model) {
+  Tree tree;
+  for (const QString& path : model.getFileList(QString(), true, true, true)) {
+    if (path != ".metadata")
+      tree[model.hasDir(path) ? path + "/" : path] = model.readFile(path);
   }
-  for (const QString& dir : content.allDirs())
-    EXPECT_TRUE(model.hasDir(dir)) << dir.toStdString();
+  return tree;
 }
 
-void expectDiskContent(const QString& root, const ProjectContent& content) {
-  QStringList expected;
-  for (const QString& dir : content.allDirs())
-    expected << dir + "/";
-  expected << content.filePaths();
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(withoutMetadata(diskTree(root)), expected);
-  for (const auto& file : content.files)
-    EXPECT_EQ(readDiskFile(root + "/" + file.first), file.second) << file.first.toStdString();
+Tree diskSnapshot(const QString& path) {
+  if (!QFileInfo(path).isDir())
+    return QFileInfo::exists(path) ? Tree{{QString(), readDiskFile(path)}} : Tree();
+  Tree tree;
+  for (const QString& entry : diskTree(path))
+    tree[entry] = entry.endsWith('/') ? QByteArray() : readDiskFile(path + "/" + entry);
+  return tree;
 }
 
-void expectArchiveContent(const QString& path, ArchiveKind kind, const ProjectContent& content) {
-  ArchiveContent archive;
-  try {
-    archive = readArchive(path);
-  } catch (const std::exception& e) {
-    ADD_FAILURE() << e.what();
-    return;
-  }
-  EXPECT_EQ(archive.kind, kind) << "found " << archiveKindName(archive.kind);
-
-  std::map<QString, QByteArray> files;
-  std::set<QString> dirs;
-  const QStringList expectedDirs = content.allDirs();
-  for (const ArchiveEntry& entry : archive.entries) {
-    EXPECT_FALSE(entry.path.empty());
-    EXPECT_NE(entry.path.front(), '/') << entry.path;
-    EXPECT_FALSE(hasDotDotComponent(entry.path)) << entry.path;
-    EXPECT_TRUE(entry.kind == ArchiveEntry::File || entry.kind == ArchiveEntry::Directory)
-        << entry.path;
-    QString name = QString::fromStdString(entry.path);
-    while (name.startsWith(QStringLiteral("./")))
-      name.remove(0, 2);
-    if (name.isEmpty() || name == QStringLiteral("."))
-      continue;
-    if (entry.kind == ArchiveEntry::Directory) {
-      EXPECT_TRUE(expectedDirs.contains(name)) << "unexpected directory " << entry.path;
-      dirs.insert(name);
-    } else if (entry.kind == ArchiveEntry::File) {
-      EXPECT_EQ(files.count(name), 0u) << "stored twice: " << entry.path;
-      files[name] = QByteArray::fromStdString(entry.data);
+Tree savedTree(const QString& path, const Form& form) {
+  Tree tree;
+  if (form.format == zu::project::ArchiveFormat_Directory) {
+    tree = diskSnapshot(path);
+  } else {
+    const ArchiveContent archive = readArchive(path);
+    EXPECT_EQ(archive.kind, form.kind);
+    for (const ArchiveEntry& entry : archive.entries) {
+      QString name = QString::fromStdString(entry.path);
+      if (entry.kind == ArchiveEntry::Directory)
+        name += "/";
+      else if (entry.kind != ArchiveEntry::File)
+        name = "link " + name + " -> " + QString::fromStdString(entry.data);
+      EXPECT_TRUE(tree.emplace(name, QByteArray::fromStdString(entry.data)).second)
+          << "stored twice: " << entry.path;
     }
   }
-  files.erase(kMetadataFile);
-  EXPECT_EQ(files, content.files);
-  for (const QString& dir : content.emptyDirs)
-    EXPECT_EQ(dirs.count(dir), 1u) << "empty directory lost: " << dir.toStdString();
-}
-
-QStringList sortedByUtf8(QStringList list) {
-  std::sort(list.begin(), list.end(),
-            [](const QString& a, const QString& b) { return a.toUtf8() < b.toUtf8(); });
-  return list;
-}
-
-ScopedTempRoot::ScopedTempRoot(const QString& directory)
-    : m_previous(qgetenv("TMPDIR")), m_hadPrevious(qEnvironmentVariableIsSet("TMPDIR")) {
-  QDir().mkpath(directory);
-  qputenv("TMPDIR", QFile::encodeName(directory));
-}
-
-ScopedTempRoot::~ScopedTempRoot() {
-  if (m_hadPrevious)
-    qputenv("TMPDIR", m_previous);
-  else
-    qunsetenv("TMPDIR");
-}
-
-const std::vector<FormCase>& allForms() {
-  static const std::vector<FormCase> forms = {{zu::project::ArchiveFormat_Directory, "Directory"},
-                                              {zu::project::ArchiveFormat_Zip, "Zip"},
-                                              {zu::project::ArchiveFormat_Tar, "Tar"},
-                                              {zu::project::ArchiveFormat_TarGz, "TarGz"},
-                                              {zu::project::ArchiveFormat_TarBz2, "TarBz2"},
-                                              {zu::project::ArchiveFormat_TarXz, "TarXz"}};
-  return forms;
-}
-
-bool isArchiveForm(zu::project::ArchiveFormat format) {
-  return format >= zu::project::ArchiveFormat_Tar && format <= zu::project::ArchiveFormat_Zip;
-}
-
-ArchiveKind archiveKindOf(zu::project::ArchiveFormat format) {
-  switch (format) {
-    case zu::project::ArchiveFormat_Zip: return ArchiveKind::Zip;
-    case zu::project::ArchiveFormat_TarGz: return ArchiveKind::TarGz;
-    case zu::project::ArchiveFormat_TarBz2: return ArchiveKind::TarBz2;
-    case zu::project::ArchiveFormat_TarXz: return ArchiveKind::TarXz;
-    default: return ArchiveKind::Tar;
-  }
-}
-
-QString projectFileName(zu::project::ArchiveFormat format) {
-  if (!isArchiveForm(format))
-    return QStringLiteral("project");
-  return QStringLiteral("project") + archiveSuffix(archiveKindOf(format));
+  tree.erase(".metadata");
+  return tree;
 }
 
 }  // namespace testutil

@@ -1,70 +1,61 @@
-#include <gtest/gtest.h>
 #include <zu/project/exceptions.h>
-#include <zu/project/project_model.h>
 
 #include <QDir>
 #include <QFileInfo>
 #include <QTemporaryDir>
-#include <algorithm>
 #include <cstdio>
 #include <memory>
 
 #include "project_fixtures.h"
-#include "test_files.h"
 
+using zu::project::Exception;
+using zu::project::PathNotFound;
 using zu::project::ProjectModel;
 using namespace testutil;
 
 namespace {
 
-QByteArray readStream(FILE* stream) {
-  QByteArray data;
-  char buffer[256];
-  size_t n = 0;
-  while ((n = std::fread(buffer, 1, sizeof buffer, stream)) > 0)
-    data.append(buffer, static_cast<int>(n));
-  return data;
-}
-
-TEST(ProjectModelFiles, ANewModelIsEmptyAndHasItsOwnWorkingCopy) {
-  ProjectModel model;
-  ProjectModel other;
-  EXPECT_TRUE(modelEntries(model).isEmpty());
-  EXPECT_TRUE(model.hasDir(QString()));
-  EXPECT_FALSE(model.hasFile(QString()));
-  const QString top = model.getFileLocalPath(QString());
-  EXPECT_TRUE(QDir::isAbsolutePath(top)) << top.toStdString();
-  EXPECT_TRUE(QFileInfo(top).isDir());
-  EXPECT_NE(QDir(top).canonicalPath(), QDir(other.getFileLocalPath(QString())).canonicalPath());
-}
-
-TEST(ProjectModelFiles, WorkingCopyGoesWithTheModel) {
+TEST(ProjectModelFiles, EachModelHasItsOwnWorkingCopyGoneWithIt) {
   auto model = std::make_unique<ProjectModel>();
-  model->writeFile("dir/file.txt", "data");
+  ProjectModel other;
+  EXPECT_EQ(flat(modelTree(*model)), "");
+  EXPECT_TRUE(model->hasDir(QString()));
+  EXPECT_FALSE(model->hasFile(QString()));
+  EXPECT_TRUE(model->getSourcePath().isEmpty());
+  EXPECT_EQ(model->getSourceFormat(), zu::project::ArchiveFormat_Auto);
+  EXPECT_THROW(model->save(QString(), zu::project::ArchiveFormat_Current, true), Exception);
+  model->writeFile("dir/file.txt", "content");
   const QString top = model->getFileLocalPath(QString());
-  ASSERT_TRUE(QFileInfo::exists(top + "/dir/file.txt"));
+  const QString local = model->getFileLocalPath("dir/file.txt");
+  EXPECT_TRUE(QDir::isAbsolutePath(top)) << top.toStdString();
+  EXPECT_TRUE(local.startsWith(top + "/")) << local.toStdString();
+  EXPECT_EQ(readDiskFile(local), QByteArray("content"));
+  EXPECT_NE(QDir(top).canonicalPath(), QDir(other.getFileLocalPath(QString())).canonicalPath());
+  // Callers write through local paths, so the model must see what lands there.
+  writeDiskFile(local, "written on disk");
+  EXPECT_EQ(model->readFile("dir/file.txt"), QByteArray("written on disk"));
   model.reset();
   EXPECT_FALSE(QFileInfo::exists(top));
 }
 
-TEST(ProjectModelFiles, WriteFileAndReadFileKeepExactBytes) {
+TEST(ProjectModelFiles, WriteFileAndReadFileKeepExactBytesAtNormalisedPaths) {
   ProjectModel model;
   const QByteArray binary("\0\xff\0\x01 text\r\n\0", 12);
   model.writeFile("deep/er/binary.bin", binary);
   EXPECT_EQ(model.readFile("deep/er/binary.bin"), binary);
-  EXPECT_TRUE(model.hasDir("deep/er"));
-
   // A shorter content must not keep the tail of the longer one.
   model.writeFile("text.txt", "a rather long first content");
   model.writeFile("text.txt", "short");
-  EXPECT_EQ(model.readFile("text.txt"), QByteArray("short"));
-
   model.writeFile("empty.txt", QByteArray());
-  const QByteArray empty = model.readFile("empty.txt");
-  EXPECT_FALSE(empty.isNull());
-  EXPECT_TRUE(empty.isEmpty());
-  EXPECT_TRUE(model.hasFile("empty.txt"));
-
+  model.remove("deep/er/binary.bin");
+  // Normalised as text: "nowhere" does not have to exist.
+  model.writeFile("./a/../nowhere/../b.txt", "B");
+  model.mkdir("x/./y", true);
+  EXPECT_EQ(flat(modelTree(model)), "b.txt=B deep/ deep/er/ empty.txt= text.txt=short x/ x/y/");
+  EXPECT_EQ(model.readFile("nowhere/../b.txt"), QByteArray("B"));
+  EXPECT_TRUE(model.hasFile("./b.txt"));
+  EXPECT_EQ(model.getFileList("x/y/..", true, true, false), QStringList{"y"});
+  EXPECT_FALSE(model.readFile("empty.txt").isNull());
   EXPECT_TRUE(model.readFile("missing.txt").isNull());
   EXPECT_TRUE(model.readFile("deep").isNull());
   EXPECT_FALSE(model.hasFile("deep"));
@@ -73,49 +64,24 @@ TEST(ProjectModelFiles, WriteFileAndReadFileKeepExactBytes) {
 
 TEST(ProjectModelFiles, FopenBehavesLikeStdFopenInsideTheModel) {
   ProjectModel model;
-  FILE* out = model.fopen("new/parents/file.txt", "w");
-  ASSERT_NE(out, nullptr);
-  std::fputs("first", out);
-  std::fclose(out);
-  EXPECT_EQ(model.readFile("new/parents/file.txt"), QByteArray("first"));
-
-  FILE* append = model.fopen("new/parents/file.txt", "ab");
-  ASSERT_NE(append, nullptr);
-  std::fputs("+second", append);
-  std::fclose(append);
-
+  for (const char* mode : {"w", "ab"}) {
+    FILE* out = model.fopen("new/parents/file.txt", mode);
+    ASSERT_NE(out, nullptr) << mode;
+    std::fputs(mode, out);
+    std::fclose(out);
+  }
   FILE* in = model.fopen("new/parents/file.txt", "rb");
   ASSERT_NE(in, nullptr);
-  EXPECT_EQ(readStream(in), QByteArray("first+second"));
+  char buffer[16] = {};
+  EXPECT_EQ(std::fread(buffer, 1, sizeof buffer, in), 3u);
+  EXPECT_STREQ(buffer, "wab");
   std::fclose(in);
-
-  FILE* other = model.fopen("other/deeper/binary.bin", "wb");
-  ASSERT_NE(other, nullptr);
-  std::fwrite("\0\x01\0", 1, 3, other);
-  std::fclose(other);
-  EXPECT_EQ(model.readFile("other/deeper/binary.bin"), QByteArray("\0\x01\0", 3));
-
   EXPECT_EQ(model.fopen("missing.txt", "r"), nullptr);
-  EXPECT_FALSE(model.hasFile("missing.txt"));
   EXPECT_EQ(model.fopen("missing/dir/file.txt", "rb"), nullptr);
-  EXPECT_FALSE(model.hasDir("missing"));
   // std::fopen itself would open a directory for reading on this system.
   EXPECT_EQ(model.fopen("new/parents", "r"), nullptr);
   EXPECT_EQ(model.fopen("new", "w"), nullptr);
-  EXPECT_TRUE(model.hasDir("new"));
-}
-
-TEST(ProjectModelFiles, PathsAreNormalisedBeforeUse) {
-  ProjectModel model;
-  model.writeFile("./a/../b.txt", "B");
-  EXPECT_EQ(modelEntries(model), QStringList{"b.txt"});
-  EXPECT_TRUE(model.hasFile("b.txt"));
-  EXPECT_TRUE(model.hasFile("./b.txt"));
-  // Normalised as text: "nowhere" does not have to exist.
-  EXPECT_EQ(model.readFile("nowhere/../b.txt"), QByteArray("B"));
-  model.mkdir("x/./y", true);
-  EXPECT_TRUE(model.hasDir("x/y"));
-  EXPECT_EQ(model.getFileList("x/y/..", true, true, false), QStringList{"y"});
+  EXPECT_EQ(flat(modelTree(model)), "new/ new/parents/ new/parents/file.txt=wab");
 }
 
 TEST(ProjectModelFiles, PathsLeavingTheModelReadAsAbsentAndCannotBeChanged) {
@@ -123,299 +89,161 @@ TEST(ProjectModelFiles, PathsLeavingTheModelReadAsAbsentAndCannotBeChanged) {
   ASSERT_TRUE(tmp.isValid());
   ScopedTempRoot scopedTemp(tmp.path() + "/sandbox");
   ProjectModel model;
-  model.writeFile("inside.txt", "inside");
-  model.writeFile("dir/f.txt", "f");
-  const QString top = model.getFileLocalPath(QString());
+  fillModel(model, treeOf("inside.txt=inside dir/f.txt=f"));
   // A real file exactly where "../planted.txt" would resolve on disk.
-  const QString planted = QDir::cleanPath(top + "/../planted.txt");
-  writeDiskFile(planted, "planted outside");
+  writeDiskFile(model.getFileLocalPath(QString()) + "/../planted.txt", "planted outside");
   const QString exported = tmp.path() + "/exported.txt";
+  const Tree before = diskSnapshot(tmp.path());
 
-  for (const QString& path :
-       {QString("../planted.txt"), QString("dir/../../planted.txt"), QString("./../planted.txt")}) {
+  for (const QString& path : {QString("../planted.txt"), QString("dir/../../planted.txt"),
+                              QString("./../planted.txt"), QString("..")}) {
     SCOPED_TRACE(path.toStdString());
     EXPECT_FALSE(model.hasFile(path));
     EXPECT_FALSE(model.hasDir(path));
     EXPECT_TRUE(model.readFile(path).isNull());
+    EXPECT_TRUE(model.getFileList(path, true, true, true).isEmpty());
     EXPECT_EQ(model.fopen(path, "r"), nullptr);
-    EXPECT_TRUE(model.getFileLocalPath(path).isEmpty())
-        << model.getFileLocalPath(path).toStdString();
-
-    EXPECT_THROW(model.writeFile(path, "overwritten"), zu::project::PathNotFound);
-    FILE* stream = model.fopen(path, "w");
-    EXPECT_EQ(stream, nullptr);
-    if (stream)
-      std::fclose(stream);
-    EXPECT_THROW(model.remove(path), zu::project::PathNotFound);
-    EXPECT_THROW(model.move(path, "stolen.txt", true), zu::project::PathNotFound);
-    EXPECT_THROW(model.move("inside.txt", path, true), zu::project::PathNotFound);
-    EXPECT_THROW(model.importFile(&model, "inside.txt", path, true), zu::project::PathNotFound);
-    EXPECT_THROW(model.importFile(&model, path, "stolen.txt", true), zu::project::PathNotFound);
-    EXPECT_THROW(model.exportFile(path, exported, true), zu::project::PathNotFound);
-
-    EXPECT_EQ(readDiskFile(planted), QByteArray("planted outside"));
-    EXPECT_EQ(model.readFile("inside.txt"), QByteArray("inside"));
-    EXPECT_FALSE(model.hasFile("stolen.txt"));
-    EXPECT_FALSE(QFileInfo::exists(exported));
+    EXPECT_EQ(model.fopen(path, "w"), nullptr);
+    EXPECT_TRUE(model.getFileLocalPath(path).isEmpty());
+    EXPECT_THROW(model.writeFile(path, "overwritten"), PathNotFound);
+    EXPECT_THROW(model.mkdir(path + "/new", true), PathNotFound);
+    EXPECT_THROW(model.remove(path), PathNotFound);
+    EXPECT_THROW(model.move(path, "stolen.txt", true), PathNotFound);
+    EXPECT_THROW(model.move("inside.txt", path, true), PathNotFound);
+    EXPECT_THROW(model.importFile(&model, "inside.txt", path, true), PathNotFound);
+    EXPECT_THROW(model.importFile(&model, path, "stolen.txt", true), PathNotFound);
+    EXPECT_THROW(model.exportFile(path, exported, true), PathNotFound);
+    EXPECT_EQ(diskSnapshot(tmp.path()), before);
   }
-  EXPECT_THROW(model.mkdir("../newdir", true), zu::project::PathNotFound);
-  EXPECT_THROW(model.mkdir("dir/../../newdir", false), zu::project::PathNotFound);
-  EXPECT_FALSE(QFileInfo::exists(QDir::cleanPath(top + "/../newdir")));
-  EXPECT_THROW(model.remove(".."), zu::project::PathNotFound);
-  EXPECT_TRUE(QFileInfo::exists(top + "/inside.txt"));
-  EXPECT_FALSE(model.hasDir(".."));
-  EXPECT_TRUE(model.getFileList("..", true, true, true).isEmpty());
-  EXPECT_TRUE(model.getFileList("dir/../..", true, true, false).isEmpty());
-  EXPECT_EQ(modelEntries(model), (QStringList{"dir", "dir/f.txt", "inside.txt"}));
 
   // An absolute path names nothing outside the model, whether refused or taken as relative.
   const QString absolute = tmp.path() + "/absolute.txt";
   writeDiskFile(absolute, "absolute");
   EXPECT_TRUE(model.readFile(absolute).isNull());
-  EXPECT_FALSE(model.hasFile(absolute));
   try {
     model.writeFile(absolute, "overwritten");
-  } catch (const zu::project::Exception&) {
+  } catch (const Exception&) {
   }
   EXPECT_EQ(readDiskFile(absolute), QByteArray("absolute"));
 }
 
 TEST(ProjectModelFiles, GetFileListHonoursEachFlagAndSortsByUtf8Bytes) {
   ProjectModel model;
-  const QString e = QString::fromUtf8("\xc3\xa9");               // U+00E9
-  const QString wideZ = QString::fromUtf8("\xef\xbd\x9a");       // U+FF5A
-  const QString smiley = QString::fromUtf8("\xf0\x9f\x98\x80");  // U+1F600, a surrogate pair
-  for (const QString& file : {QString("B"), QString("a-b"), QString("a0"), e, wideZ, smiley,
-                              QString("a/x"), QString("a/sub/deep.txt")})
-    model.writeFile("root/" + file, file.toUtf8());
-  model.mkdir("root/a/empty", true);
-  model.writeFile("outside_root.txt", "not listed");
-
-  const QStringList all = {"B",   "a",  "a-b", "a/empty", "a/sub", "a/sub/deep.txt",
-                           "a/x", "a0", e,     wideZ,     smiley};
-  // UTF-16 order puts the surrogate pair before U+FF5A, so this list tells the orders apart.
-  QStringList utf16Order = all;
-  std::sort(utf16Order.begin(), utf16Order.end());
-  ASSERT_NE(utf16Order, all);
-
-  EXPECT_EQ(model.getFileList("root", true, true, true), all);
-  EXPECT_EQ(model.getFileList("root", true, false, true), (QStringList{"a", "a/empty", "a/sub"}));
-  EXPECT_EQ(model.getFileList("root", false, true, true),
-            (QStringList{"B", "a-b", "a/sub/deep.txt", "a/x", "a0", e, wideZ, smiley}));
-  EXPECT_EQ(model.getFileList("root", true, true, false),
-            (QStringList{"B", "a", "a-b", "a0", e, wideZ, smiley}));
-  EXPECT_EQ(model.getFileList("root", true, false, false), QStringList{"a"});
-  EXPECT_EQ(model.getFileList("root", false, true, false),
-            (QStringList{"B", "a-b", "a0", e, wideZ, smiley}));
-  EXPECT_TRUE(model.getFileList("root", false, false, true).isEmpty());
-  EXPECT_TRUE(model.getFileList("root", false, false, false).isEmpty());
-
-  EXPECT_EQ(model.getFileList("root/a", true, true, true),
-            (QStringList{"empty", "sub", "sub/deep.txt", "x"}));
-  EXPECT_TRUE(model.getFileList("root/a/empty", true, true, true).isEmpty());
-  EXPECT_TRUE(model.getFileList("missing", true, true, true).isEmpty());
-  EXPECT_TRUE(model.getFileList("root/missing", true, true, false).isEmpty());
-  EXPECT_EQ(model.getFileList(QString(), true, true, false),
-            (QStringList{"outside_root.txt", "root"}));
+  fillModel(model, treeOf("root/B= root/a-b= root/a0= root/é= root/ｚ= root/😀= root/a/x= "
+                          "root/a/sub/deep.txt= root/a/empty/ outside_root.txt="));
+  // UTF-16 order would put the surrogate pair of U+1F600 before U+FF5A.
+  ASSERT_LT(QString("😀"), QString("ｚ"));
+  auto list = [&model](const char* dir, bool dirs, bool files, bool recursive) {
+    return model.getFileList(dir, dirs, files, recursive).join(' ').toStdString();
+  };
+  EXPECT_EQ(list("root", true, true, true), "B a a-b a/empty a/sub a/sub/deep.txt a/x a0 é ｚ 😀");
+  EXPECT_EQ(list("root", true, false, true), "a a/empty a/sub");
+  EXPECT_EQ(list("root", false, true, true), "B a-b a/sub/deep.txt a/x a0 é ｚ 😀");
+  EXPECT_EQ(list("root", true, true, false), "B a a-b a0 é ｚ 😀");
+  EXPECT_EQ(list("root", true, false, false), "a");
+  EXPECT_EQ(list("root", false, true, false), "B a-b a0 é ｚ 😀");
+  EXPECT_EQ(list("root", false, false, true), "");
+  EXPECT_EQ(list("root", false, false, false), "");
+  EXPECT_EQ(list("root/a", true, true, true), "empty sub sub/deep.txt x");
+  EXPECT_EQ(list("root/a/empty", true, true, true), "");
+  EXPECT_EQ(list("root/missing", true, true, false), "");
+  EXPECT_EQ(list("", true, true, false), "outside_root.txt root");
 }
 
-TEST(ProjectModelFiles, MkdirCreatesParentsOnlyWhenAsked) {
+TEST(ProjectModelFiles, MkdirCreatesParentsOnlyWhenAskedAndRemoveTakesWholeTrees) {
   ProjectModel model;
-  EXPECT_THROW(model.mkdir("x/y/z", false), zu::project::Exception);
+  EXPECT_THROW(model.mkdir("x/y/z", false), Exception);
   EXPECT_FALSE(model.hasDir("x"));
-
   model.mkdir("x/y/z", true);
-  EXPECT_TRUE(model.hasDir("x"));
-  EXPECT_TRUE(model.hasDir("x/y/z"));
-  EXPECT_FALSE(model.hasFile("x/y/z"));
   EXPECT_NO_THROW(model.mkdir("x/y/z", true));
   EXPECT_NO_THROW(model.mkdir("x", false));
   model.mkdir("x/single", false);
-  EXPECT_TRUE(model.hasDir("x/single"));
-  EXPECT_EQ(modelEntries(model), (QStringList{"x", "x/single", "x/y", "x/y/z"}));
-
   model.writeFile("file.txt", "kept");
-  EXPECT_THROW(model.mkdir("file.txt", true), zu::project::Exception);
-  EXPECT_EQ(model.readFile("file.txt"), QByteArray("kept"));
-}
-
-TEST(ProjectModelFiles, RemoveTakesFilesAndWholeTrees) {
-  ProjectModel model;
-  model.writeFile("a.txt", "A");
-  model.writeFile("keep.txt", "K");
-  model.writeFile("tree/b.txt", "B");
-  model.writeFile("tree/sub/c.txt", "C");
-  model.mkdir("tree/empty", false);
+  EXPECT_THROW(model.mkdir("file.txt", true), Exception);
+  fillModel(model, treeOf("a.txt=A x/y/c.txt=C"));
+  EXPECT_EQ(flat(modelTree(model)), "a.txt=A file.txt=kept x/ x/single/ x/y/ x/y/c.txt=C x/y/z/");
 
   model.remove("a.txt");
-  EXPECT_FALSE(model.hasFile("a.txt"));
-  model.remove("tree");
-  EXPECT_FALSE(model.hasDir("tree"));
-  EXPECT_EQ(modelEntries(model), QStringList{"keep.txt"});
-  EXPECT_FALSE(QFileInfo::exists(model.getFileLocalPath(QString()) + "/tree"));
-
-  EXPECT_THROW(model.remove("a.txt"), zu::project::PathNotFound);
-  EXPECT_THROW(model.remove("missing/deeper"), zu::project::PathNotFound);
-  EXPECT_EQ(model.readFile("keep.txt"), QByteArray("K"));
-
+  model.remove("x/y");
+  EXPECT_THROW(model.remove("a.txt"), PathNotFound);
+  EXPECT_THROW(model.remove("missing/deeper"), PathNotFound);
+  EXPECT_EQ(flat(modelTree(model)), "file.txt=kept x/ x/single/");
   model.remove(QString());
-  EXPECT_TRUE(modelEntries(model).isEmpty());
+  EXPECT_EQ(flat(modelTree(model)), "");
   EXPECT_TRUE(model.hasDir(QString()));
-  model.writeFile("again.txt", "again");
-  EXPECT_EQ(model.readFile("again.txt"), QByteArray("again"));
 }
 
 TEST(ProjectModelFiles, MoveFilesAndTrees) {
   ProjectModel model;
-  model.writeFile("a.txt", "A");
-  model.writeFile("c.txt", "C");
-  model.writeFile("tree/x.txt", "X");
-  model.writeFile("tree/sub/y.txt", "Y");
-  model.mkdir("tree/empty", false);
-
+  fillModel(model, treeOf("a.txt=A c.txt=C tree/sub/y.txt=Y tree/empty/ src=S dst=D other/z=Z"));
   model.move("a.txt", "new/parent/b.txt", false);
-  EXPECT_FALSE(model.hasFile("a.txt"));
-  EXPECT_EQ(model.readFile("new/parent/b.txt"), QByteArray("A"));
-
   model.move("./c.txt", "d.txt", false);
-  EXPECT_FALSE(model.hasFile("c.txt"));
-  EXPECT_EQ(model.readFile("d.txt"), QByteArray("C"));
-
-  model.move("tree", "elsewhere/tree2", false);
-  EXPECT_FALSE(model.hasDir("tree"));
-  EXPECT_EQ(model.getFileList("elsewhere/tree2", true, true, true),
-            (QStringList{"empty", "sub", "sub/y.txt", "x.txt"}));
-  EXPECT_EQ(model.readFile("elsewhere/tree2/sub/y.txt"), QByteArray("Y"));
-
+  model.move("tree", "moved/tree", false);
   // Without overwrite, an existing destination stops the move before anything changes.
-  model.writeFile("src.txt", "source");
-  model.writeFile("dst.txt", "destination");
-  EXPECT_THROW(model.move("src.txt", "dst.txt", false), zu::project::Exception);
-  EXPECT_EQ(model.readFile("src.txt"), QByteArray("source"));
-  EXPECT_EQ(model.readFile("dst.txt"), QByteArray("destination"));
-  model.writeFile("other/z.txt", "Z");
-  EXPECT_THROW(model.move("elsewhere/tree2", "other", false), zu::project::Exception);
-  EXPECT_EQ(model.getFileList("other", true, true, true), QStringList{"z.txt"});
-  EXPECT_TRUE(model.hasDir("elsewhere/tree2"));
-
-  model.move("src.txt", "dst.txt", true);
-  EXPECT_FALSE(model.hasFile("src.txt"));
-  EXPECT_EQ(model.readFile("dst.txt"), QByteArray("source"));
-
-  EXPECT_THROW(model.move("missing.txt", "somewhere.txt", true), zu::project::PathNotFound);
-  EXPECT_FALSE(model.hasFile("somewhere.txt"));
+  EXPECT_THROW(model.move("src", "dst", false), Exception);
+  EXPECT_THROW(model.move("moved/tree", "other", false), Exception);
+  EXPECT_THROW(model.move("missing.txt", "somewhere.txt", true), PathNotFound);
+  EXPECT_EQ(flat(modelTree(model)),
+            "d.txt=C dst=D moved/ moved/tree/ moved/tree/empty/ moved/tree/sub/ "
+            "moved/tree/sub/y.txt=Y new/ new/parent/ new/parent/b.txt=A other/ other/z=Z src=S");
+  model.move("src", "dst", true);
+  EXPECT_FALSE(model.hasFile("src"));
+  EXPECT_EQ(model.readFile("dst"), QByteArray("S"));
 }
 
 TEST(ProjectModelFiles, ImportFileCopiesFromAnotherModelAndFromItself) {
+  const Tree content = treeOf("doc=doc tree/ tree/a=new tree/empty/ tree/sub/ tree/sub/b=B");
   ProjectModel source;
-  source.writeFile("doc.txt", "doc");
-  source.writeFile("tree/a.txt", "new a");
-  source.writeFile("tree/sub/b.bin", QByteArray("\0b\0", 3));
-  source.mkdir("tree/empty", false);
-
+  fillModel(source, content);
   ProjectModel model;
-  model.writeFile("keep.txt", "keep");
-  model.writeFile("a.txt", "old a");
+  fillModel(model, treeOf("keep=keep a=old copy/a=local"));
 
-  model.importFile(&source, "doc.txt", "doc_copy.txt", false);
-  EXPECT_EQ(model.readFile("doc_copy.txt"), QByteArray("doc"));
+  model.importFile(&source, "doc", "doc_copy", false);
   model.importFile(&source, "tree", "tree_copy", false);
-  EXPECT_EQ(model.getFileList("tree_copy", true, true, true),
-            (QStringList{"a.txt", "empty", "sub", "sub/b.bin"}));
-  EXPECT_EQ(model.readFile("tree_copy/sub/b.bin"), QByteArray("\0b\0", 3));
-
   // Copies, not shared files: changing one side leaves the other alone.
-  model.writeFile("tree_copy/a.txt", "changed in the copy");
-  EXPECT_EQ(source.readFile("tree/a.txt"), QByteArray("new a"));
-  EXPECT_EQ(
-      source.getFileList(QString(), true, true, true),
-      (QStringList{"doc.txt", "tree", "tree/a.txt", "tree/empty", "tree/sub", "tree/sub/b.bin"}));
-
+  model.writeFile("tree_copy/a", "changed");
+  EXPECT_EQ(modelTree(source), content);
   // Without overwrite, nothing of the source may reach an existing destination.
-  source.writeFile("tree/late.txt", "late");
-  EXPECT_THROW(model.importFile(&source, "tree", "tree_copy", false), zu::project::Exception);
-  EXPECT_FALSE(model.hasFile("tree_copy/late.txt"));
-  EXPECT_EQ(model.readFile("tree_copy/a.txt"), QByteArray("changed in the copy"));
-  model.writeFile("doc_copy.txt", "local doc");
-  EXPECT_THROW(model.importFile(&source, "doc.txt", "doc_copy.txt", false), zu::project::Exception);
-  EXPECT_EQ(model.readFile("doc_copy.txt"), QByteArray("local doc"));
+  EXPECT_THROW(model.importFile(&source, "tree", "copy", false), Exception);
+  EXPECT_THROW(model.importFile(&source, "doc", "keep", false), Exception);
+  EXPECT_THROW(model.importFile(&source, "missing", "x", true), PathNotFound);
+  EXPECT_EQ(flat(modelTree(model)),
+            "a=old copy/ copy/a=local doc_copy=doc keep=keep tree_copy/ tree_copy/a=changed "
+            "tree_copy/empty/ tree_copy/sub/ tree_copy/sub/b=B");
 
   // A tree into the top merges: same names replaced, others kept.
   model.importFile(&source, "tree", QString(), true);
-  EXPECT_EQ(model.readFile("a.txt"), QByteArray("new a"));
-  EXPECT_EQ(model.readFile("keep.txt"), QByteArray("keep"));
-  EXPECT_EQ(model.readFile("late.txt"), QByteArray("late"));
-  EXPECT_EQ(model.readFile("sub/b.bin"), QByteArray("\0b\0", 3));
-  EXPECT_TRUE(model.hasDir("empty"));
-  EXPECT_TRUE(model.hasDir("tree_copy"));
-
-  EXPECT_THROW(model.importFile(&source, "missing.txt", "x.txt", true), zu::project::PathNotFound);
-  EXPECT_FALSE(model.hasFile("x.txt"));
-
-  model.importFile(&model, "keep.txt", "keep_copy.txt", false);
-  EXPECT_EQ(model.readFile("keep.txt"), QByteArray("keep"));
-  EXPECT_EQ(model.readFile("keep_copy.txt"), QByteArray("keep"));
+  model.importFile(&model, "keep", "keep_copy", false);
   model.importFile(&model, "tree_copy", "tree_copy2", false);
-  EXPECT_EQ(model.getFileList("tree_copy2", true, true, true),
-            model.getFileList("tree_copy", true, true, true));
-  EXPECT_EQ(model.readFile("tree_copy2/a.txt"), QByteArray("changed in the copy"));
-  EXPECT_TRUE(model.hasFile("tree_copy/a.txt"));
+  model.remove("tree_copy");
+  EXPECT_EQ(
+      flat(modelTree(model)),
+      "a=new copy/ copy/a=local doc_copy=doc empty/ keep=keep keep_copy=keep sub/ sub/b=B "
+      "tree_copy2/ tree_copy2/a=changed tree_copy2/empty/ tree_copy2/sub/ tree_copy2/sub/b=B");
 }
 
 TEST(ProjectModelFiles, ExportFileCopiesToDisk) {
   QTemporaryDir tmp;
   ASSERT_TRUE(tmp.isValid());
+  const QString disk = tmp.path();
   ProjectModel model;
-  model.writeFile("doc.txt", "doc");
-  model.writeFile("tree/a.txt", "new a");
-  model.writeFile("tree/sub/b.bin", QByteArray("\0b\0", 3));
-  model.mkdir("tree/empty", false);
+  fillModel(model, treeOf("doc=doc tree/a=new tree/sub/b=B tree/empty/"));
+  writeTree(disk, treeOf("merged/keep=keep merged/a=old existing=old"));
 
-  model.exportFile("doc.txt", tmp.path() + "/doc.txt", false);
-  EXPECT_EQ(readDiskFile(tmp.path() + "/doc.txt"), QByteArray("doc"));
-  model.exportFile("tree", tmp.path() + "/tree", false);
-  EXPECT_EQ(diskTree(tmp.path() + "/tree"), (QStringList{"a.txt", "empty/", "sub/", "sub/b.bin"}));
-  EXPECT_EQ(readDiskFile(tmp.path() + "/tree/sub/b.bin"), QByteArray("\0b\0", 3));
-
-  const QString merged = tmp.path() + "/merged";
-  writeDiskFile(merged + "/keep.txt", "keep");
-  writeDiskFile(merged + "/a.txt", "old a");
-  EXPECT_THROW(model.exportFile("tree", merged, false), zu::project::Exception);
-  EXPECT_EQ(diskTree(merged), (QStringList{"a.txt", "keep.txt"}));
-  EXPECT_EQ(readDiskFile(merged + "/a.txt"), QByteArray("old a"));
-  model.exportFile("tree", merged, true);
-  EXPECT_EQ(diskTree(merged), (QStringList{"a.txt", "empty/", "keep.txt", "sub/", "sub/b.bin"}));
-  EXPECT_EQ(readDiskFile(merged + "/a.txt"), QByteArray("new a"));
-  EXPECT_EQ(readDiskFile(merged + "/keep.txt"), QByteArray("keep"));
-
-  writeDiskFile(tmp.path() + "/existing.txt", "existing");
-  EXPECT_THROW(model.exportFile("doc.txt", tmp.path() + "/existing.txt", false),
-               zu::project::Exception);
-  EXPECT_EQ(readDiskFile(tmp.path() + "/existing.txt"), QByteArray("existing"));
-  model.exportFile("doc.txt", tmp.path() + "/existing.txt", true);
-  EXPECT_EQ(readDiskFile(tmp.path() + "/existing.txt"), QByteArray("doc"));
-
-  EXPECT_THROW(model.exportFile("doc.txt", tmp.path() + "/no/such/parent/doc.txt", true),
-               zu::project::PathNotFound);
-  EXPECT_FALSE(QFileInfo::exists(tmp.path() + "/no"));
-  EXPECT_THROW(model.exportFile("missing.txt", tmp.path() + "/missing.txt", true),
-               zu::project::PathNotFound);
-  EXPECT_FALSE(QFileInfo::exists(tmp.path() + "/missing.txt"));
-}
-
-TEST(ProjectModelFiles, LocalPathsPointIntoTheWorkingCopy) {
-  ProjectModel model;
-  model.writeFile("dir/file.txt", "content");
-  const QString top = model.getFileLocalPath(QString());
-  const QString local = model.getFileLocalPath("dir/file.txt");
-  EXPECT_TRUE(QDir::isAbsolutePath(local)) << local.toStdString();
-  EXPECT_TRUE(QDir::cleanPath(local).startsWith(QDir::cleanPath(top) + "/")) << local.toStdString();
-  EXPECT_EQ(readDiskFile(local), QByteArray("content"));
-  EXPECT_TRUE(QFileInfo(model.getFileLocalPath("dir")).isDir());
-
-  // Callers write through local paths, so the model must see what lands there.
-  writeDiskFile(local, "written on disk");
-  EXPECT_EQ(model.readFile("dir/file.txt"), QByteArray("written on disk"));
+  model.exportFile("doc", disk + "/doc", false);
+  model.exportFile("tree", disk + "/tree", false);
+  EXPECT_THROW(model.exportFile("tree", disk + "/merged", false), Exception);
+  EXPECT_THROW(model.exportFile("doc", disk + "/existing", false), Exception);
+  EXPECT_THROW(model.exportFile("doc", disk + "/no/parent/doc", true), PathNotFound);
+  EXPECT_THROW(model.exportFile("missing", disk + "/missing", true), PathNotFound);
+  EXPECT_EQ(flat(diskSnapshot(disk)),
+            "doc=doc existing=old merged/ merged/a=old merged/keep=keep tree/ tree/a=new "
+            "tree/empty/ tree/sub/ tree/sub/b=B");
+  model.exportFile("tree", disk + "/merged", true);
+  model.exportFile("doc", disk + "/existing", true);
+  EXPECT_EQ(flat(diskSnapshot(disk)),
+            "doc=doc existing=doc merged/ merged/a=new merged/empty/ merged/keep=keep merged/sub/ "
+            "merged/sub/b=B tree/ tree/a=new tree/empty/ tree/sub/ tree/sub/b=B");
 }
 
 }  // namespace
