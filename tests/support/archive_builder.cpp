@@ -2,6 +2,7 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <locale.h>
 
 #include <QFile>
 #include <map>
@@ -47,7 +48,19 @@ ArchiveEntry hardlinkEntry(const std::string& path, const std::string& target) {
   return ArchiveEntry{path, ArchiveEntry::Hardlink, target};
 }
 
+// libarchive converts names through the locale; like the project model, the helpers work
+// under a UTF-8 character type so that the tests may run in any locale, C included.
+struct Utf8Names {
+  locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
+  locale_t previous = uselocale(locale);
+  ~Utf8Names() {
+    uselocale(previous);
+    freelocale(locale);
+  }
+};
+
 void writeArchive(const QString& path, const std::vector<ArchiveEntry>& entries, ArchiveKind kind) {
+  const Utf8Names utf8;
   ArchivePtr writer(archive_write_new(), archive_write_free);
   archive* a = writer.get();
   // Without the UTF-8 option, non-ASCII zip names would depend on the process locale.
@@ -95,6 +108,7 @@ void writeArchive(const QString& path, const std::vector<ArchiveEntry>& entries,
 }
 
 ArchiveContent readArchive(const QString& path) {
+  const Utf8Names utf8;
   ArchivePtr reader(archive_read_new(), archive_read_free);
   archive* a = reader.get();
   archive_read_support_filter_all(a);

@@ -8,11 +8,13 @@
 #include <archive_entry.h>
 
 #include <fcntl.h>
+#include <locale.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <memory>
 #include <vector>
@@ -28,6 +30,34 @@ constexpr int kFileFormatErrno = EFTYPE;
 #else
 constexpr int kFileFormatErrno = EILSEQ;
 #endif
+
+// libarchive converts entry names through the current locale, and the C locale cannot
+// represent a non-ASCII name at all. Archives are therefore read and written under a
+// UTF-8 character type, for this thread only, leaving the application's locale alone.
+class Utf8LocaleScope {
+public:
+  Utf8LocaleScope() {
+    for (const char* name : {"C.UTF-8", "C.utf8", "en_US.UTF-8"}) {
+      m_locale = newlocale(LC_CTYPE_MASK, name, static_cast<locale_t>(0));
+      if (m_locale) {
+        m_previous = uselocale(m_locale);
+        return;
+      }
+    }
+  }
+  ~Utf8LocaleScope() {
+    if (m_locale) {
+      uselocale(m_previous);
+      freelocale(m_locale);
+    }
+  }
+  Utf8LocaleScope(const Utf8LocaleScope&) = delete;
+  Utf8LocaleScope& operator=(const Utf8LocaleScope&) = delete;
+
+private:
+  locale_t m_locale = static_cast<locale_t>(0);
+  locale_t m_previous = static_cast<locale_t>(0);
+};
 
 struct ReadCloser {
   void operator()(archive* a) const { archive_read_free(a); }
@@ -180,6 +210,7 @@ bool endsWith(const std::string& text, const std::string& tail) {
 
 ArchiveFormat extractArchive(const fs::path& archivePath, const fs::path& root) {
   const std::string name = archivePath.string();
+  const Utf8LocaleScope utf8;  // outlives the archive object below
   std::unique_ptr<archive, ReadCloser> a(archive_read_new());
   if (!a)
     throw Exception(name + ": out of memory");
@@ -235,6 +266,7 @@ ArchiveFormat extractArchive(const fs::path& archivePath, const fs::path& root) 
 
 void writeArchive(const fs::path& root, const fs::path& target, ArchiveFormat format) {
   const std::string name = target.string();
+  const Utf8LocaleScope utf8;  // outlives the archive object below
   std::unique_ptr<archive, WriteCloser> a(archive_write_new());
   if (!a)
     throw Exception(name + ": out of memory");
