@@ -17,6 +17,7 @@
 #include <clocale>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace zu {
@@ -82,23 +83,11 @@ std::string safeEntryPath(const std::string& archiveName, const char* raw) {
     throw CorruptedFile(archiveName + ": an entry has no name");
   if (path.front() == '/')
     throw CorruptedFile(archiveName + ": entry \"" + path + "\" has an absolute path");
-  std::string result;
-  size_t start = 0;
-  while (start <= path.size()) {
-    size_t end = path.find('/', start);
-    if (end == std::string::npos)
-      end = path.size();
-    const std::string part = path.substr(start, end - start);
-    if (part == "..")
-      throw CorruptedFile(archiveName + ": entry \"" + path + "\" leaves the archive");
-    if (!part.empty() && part != ".") {
-      if (!result.empty())
-        result += '/';
-      result += part;
-    }
-    start = end + 1;
-  }
-  return result;
+  // Any ".." is refused, even one that would stay inside: no honest archive needs it.
+  std::optional<std::string> relative = normalizeSteps(path, false);
+  if (!relative)
+    throw CorruptedFile(archiveName + ": entry \"" + path + "\" leaves the archive");
+  return *relative;
 }
 
 [[noreturn]] void throwReadFailure(archive* a, const std::string& archiveName) {

@@ -1,5 +1,7 @@
 #include <zu/project/metadata.h>
 
+#include <zu/project/exceptions.h>
+
 #include "metadata_file.h"
 #include "paths.h"
 
@@ -36,8 +38,14 @@ KR::XmlElement::Ptr readMetadataFile(const std::string& path) {
   return parseMetadataRoot(text);
 }
 
-void writeMetadataFile(const std::string& path, const KR::XmlElement::Ptr& root) {
-  writeFileAtomically(fs::path(path), KR::XmlDocument(root).saveToXmlString());
+void editMetadataFile(const Project& project,
+                      const std::function<bool(const KR::XmlElement::Ptr& root)>& edit) {
+  std::error_code error;
+  if (project.directory().empty() || !fs::is_directory(project.directory(), error))
+    throw PathNotFound(project.directory());
+  const KR::XmlElement::Ptr root = readMetadataFile(project.metadataPath());
+  if (edit(root))
+    writeFileAtomically(fs::path(project.metadataPath()), KR::XmlDocument(root).saveToXmlString());
 }
 
 KR::XmlElement::Ptr findEntry(const KR::XmlElement::Ptr& root, const std::string& key) {

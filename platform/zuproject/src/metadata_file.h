@@ -4,7 +4,11 @@
 // The ".metadata" document as an element tree, shared by Project and BehaviorProject;
 // not installed.
 
+#include <zu/project/project.h>
+
 #include <krserial/xml_element.h>
+
+#include <functional>
 
 #include <string>
 
@@ -17,8 +21,11 @@ namespace detail {
 KR::XmlElement::Ptr parseMetadataRoot(const std::string& text);
 /// The root of the ".metadata" file at path; a new empty one when absent or unreadable.
 KR::XmlElement::Ptr readMetadataFile(const std::string& path);
-/// Writes the document atomically to the ".metadata" file at path.
-void writeMetadataFile(const std::string& path, const KR::XmlElement::Ptr& root);
+/// Reads the project's ".metadata" document, lets edit change it, and writes it back at
+/// once (atomically) when edit returns true; everything edit leaves alone stays.
+/// Throws PathNotFound when the project's directory does not exist.
+void editMetadataFile(const Project& project,
+                      const std::function<bool(const KR::XmlElement::Ptr& root)>& edit);
 /// The "Entry" element for key, null when there is none.
 KR::XmlElement::Ptr findEntry(const KR::XmlElement::Ptr& root, const std::string& key);
 

@@ -39,19 +39,16 @@ fs::path absoluteDiskPath(const fs::path& path) {
   return fs::path(native);
 }
 
-std::optional<std::string> normalizeModelPath(const QString& path) {
-  const std::string bytes = toUtf8(path);
-  if (bytes.find('\0') != std::string::npos)
-    return std::nullopt;
+std::optional<std::string> normalizeSteps(const std::string& path, bool allowParentSteps) {
   std::vector<std::string> parts;
   size_t start = 0;
-  while (start <= bytes.size()) {
-    size_t end = bytes.find('/', start);
+  while (start <= path.size()) {
+    size_t end = path.find('/', start);
     if (end == std::string::npos)
-      end = bytes.size();
-    std::string part = bytes.substr(start, end - start);
+      end = path.size();
+    std::string part = path.substr(start, end - start);
     if (part == "..") {
-      if (parts.empty())
+      if (!allowParentSteps || parts.empty())
         return std::nullopt;
       parts.pop_back();
     } else if (!part.empty() && part != ".") {
@@ -66,6 +63,13 @@ std::optional<std::string> normalizeModelPath(const QString& path) {
     result += part;
   }
   return result;
+}
+
+std::optional<std::string> normalizeModelPath(const QString& path) {
+  const std::string bytes = toUtf8(path);
+  if (bytes.find('\0') != std::string::npos)
+    return std::nullopt;
+  return normalizeSteps(bytes, true);
 }
 
 bool existsNoFollow(const fs::path& path) {

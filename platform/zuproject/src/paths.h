@@ -25,6 +25,11 @@ QString fromDiskPath(const fs::path& path);
 /// An absolute, lexically normal disk path without a trailing separator.
 fs::path absoluteDiskPath(const fs::path& path);
 
+/// A "/"-separated relative path in normal form: empty and "." steps dropped, each ".."
+/// taking back the step before it when allowParentSteps is true. Nothing when a ".." is
+/// not allowed or would climb above the start.
+std::optional<std::string> normalizeSteps(const std::string& path, bool allowParentSteps);
+
 /// A model path made relative and normal ("./a/../b" is "b", "" is the top); nothing when
 /// it would leave the model or holds a NUL character.
 std::optional<std::string> normalizeModelPath(const QString& path);

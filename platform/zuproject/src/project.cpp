@@ -1,7 +1,5 @@
 #include <zu/project/project.h>
 
-#include <zu/project/exceptions.h>
-
 #include "metadata_file.h"
 #include "paths.h"
 
@@ -25,21 +23,18 @@ QString Project::metadata(const QString& key) const {
 }
 
 void Project::setMetadata(const QString& key, const QString& value) {
-  std::error_code error;
-  if (m_directory.empty() || !detail::fs::is_directory(m_directory, error))
-    throw PathNotFound(m_directory);
-  // Edit the document in place, so that what others wrote into it (a behavior's name and
-  // tags) stays.
-  const KR::XmlElement::Ptr root = detail::readMetadataFile(metadataPath());
-  const std::string keyText = detail::toUtf8(key);
-  KR::XmlElement::Ptr entry = detail::findEntry(root, keyText);
-  if (!entry) {
-    entry.reset(new KR::XmlElement("Entry"));
-    entry->setAttribute("key", keyText, true);
-    root->addChild(entry);
-  }
-  entry->setAttribute("value", detail::toUtf8(value), false);
-  detail::writeMetadataFile(metadataPath(), root);
+  // Only this entry changes, so what others wrote (a behavior's name and tags) stays.
+  detail::editMetadataFile(*this, [&](const KR::XmlElement::Ptr& root) {
+    const std::string keyText = detail::toUtf8(key);
+    KR::XmlElement::Ptr entry = detail::findEntry(root, keyText);
+    if (!entry) {
+      entry.reset(new KR::XmlElement("Entry"));
+      entry->setAttribute("key", keyText, true);
+      root->addChild(entry);
+    }
+    entry->setAttribute("value", detail::toUtf8(value), false);
+    return true;
+  });
 }
 
 }  // namespace project
