@@ -1,0 +1,96 @@
+#ifndef KRBOXLIBRARY_BOX_LIBRARY_H
+#define KRBOXLIBRARY_BOX_LIBRARY_H
+
+#include <krboxlibrary/box_library_node.h>
+#include <krboxlibrary/krboxlibrary_export.h>
+#include <zu/project/archive_format.h>
+#include <zu/project/project_model.h>
+
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+
+namespace KR {
+
+/// One box library, opened from a directory or an archive, or new. It owns the project
+/// model holding the library's files and the root of its tree, and relays every change of
+/// the tree through dataChanged().
+class KRBOXLIBRARY_EXPORT BoxLibrary : public QObject {
+  Q_OBJECT
+
+public:
+  /// The file form saveTo() writes.
+  enum LibraryFormat {
+    DirectoryFormat = 0,  ///< a directory tree
+    ZipFormat = 1         ///< a zip archive
+  };
+
+  /// Opens the library at path (a directory or an archive), or creates a new, empty one when
+  /// path is empty. A path that cannot be opened is logged as a warning (category
+  /// "krboxlibrary") and leaves an empty library.
+  explicit BoxLibrary(const QString& path = QString(), bool readOnly = false,
+                      QObject* parent = nullptr);
+  /// An empty library with other's flags and object parent; the content is not copied.
+  BoxLibrary(const BoxLibrary& other);
+  /// Takes a copy of other's files, flags and object parent, and reads a new tree from them.
+  /// The new root's changes are not relayed to dataChanged().
+  BoxLibrary& operator=(const BoxLibrary& other);
+  /// Deletes the tree and the project model.
+  ~BoxLibrary() override;
+
+  /// The root of the tree; never null.
+  BoxLibraryNode* boxRoot() const { return m_root; }
+  /// The node reached from the root through the child indexes of indexPath; the root for an
+  /// empty list, null as soon as an index is out of range.
+  BoxLibraryNode* node(const QList<int>& indexPath) const;
+  /// The project model holding the library's files.
+  zu::project::ProjectModel* projectModel() const { return m_project; }
+  /// The path the library was opened from or last saved to.
+  QString path() const;
+
+  /// Whether the library was opened read-only and has not been saved elsewhere since.
+  bool isReadOnly() const { return m_readOnly; }
+  /// Whether the library holds a box that is a complete behavior.
+  bool isBehaviorCompatible() const { return m_behaviorCompatible; }
+  /// Sets the behavior-compatible flag; emits nothing.
+  void setBehaviorCompatible(bool compatible) { m_behaviorCompatible = compatible; }
+
+  /// The stored title, or the title made from path() when none is stored.
+  QString title() const;
+  /// Stores title and emits titleChanged() when it differs from title().
+  void setTitle(const QString& title);
+  /// The file name of path without one ".lbf" or ".vbk" extension (any letter case).
+  static QString makeTitleFromPath(const QString& path);
+
+  /// Writes the library back to path() in its current form. Throws the project model's
+  /// exceptions; a failed save leaves the previous file as it was.
+  void save();
+  /// Writes the library to path in format, which becomes its path; the title follows the new
+  /// file name and the library is no longer read-only. Throws the project model's exceptions.
+  void saveTo(const QString& path, LibraryFormat format);
+
+signals:
+  /// The title was changed by setTitle().
+  void titleChanged(const QString& title);
+  /// node, somewhere in the tree, changed.
+  void dataChanged(KR::BoxLibraryNode* node);
+
+private:
+  void relayRoot();
+
+  // Guarded: a copy-constructed library's model is an object child of the original's model
+  // and may be deleted with it.
+  QPointer<zu::project::ProjectModel> m_project;
+  bool m_readOnly;
+  bool m_behaviorCompatible;
+  QPointer<BoxLibraryNode> m_root;
+};
+
+/// The project model's archive format for format; ArchiveFormat_Auto for any other value.
+KRBOXLIBRARY_EXPORT zu::project::ArchiveFormat libraryFormatToProjectFormat(
+    BoxLibrary::LibraryFormat format);
+
+}  // namespace KR
+
+#endif

@@ -1,0 +1,146 @@
+#ifndef KRBOXLIBRARY_BOX_LIBRARY_NODE_H
+#define KRBOXLIBRARY_BOX_LIBRARY_NODE_H
+
+#include <krboxlibrary/krboxlibrary_export.h>
+
+#include <QList>
+#include <QMetaType>
+#include <QObject>
+#include <QString>
+
+#include <string>
+
+namespace zu {
+namespace project {
+class ProjectModel;
+}
+}  // namespace zu
+
+namespace KR {
+
+class BoxLibrary;
+
+/// One entry of a box library's tree: a folder (a directory holding a folder listing,
+/// "lbfinfo", and the directories of its children) or a box.
+///
+/// Every change to the tree is written to the project's files at once. A node relays the
+/// dataChanged() signal of each attached child, so a change anywhere in a library reaches
+/// the library once per level.
+///
+/// Ownership: a node deletes the children still in its list when it is destroyed. A node
+/// taken out with removeChild() or take() belongs to the caller.
+class KRBOXLIBRARY_EXPORT BoxLibraryNode : public QObject {
+  Q_OBJECT
+
+public:
+  /// A detached, empty node: no parent, no library, no project, no children.
+  BoxLibraryNode();
+  /// The root node of library (which becomes its object parent); reads the whole tree from
+  /// the library's project model at once.
+  explicit BoxLibraryNode(BoxLibrary* library);
+  /// Deletes the listed children that have no object parent; object children go with the
+  /// QObject base.
+  ~BoxLibraryNode() override;
+
+  BoxLibraryNode(const BoxLibraryNode&) = delete;
+  BoxLibraryNode& operator=(const BoxLibraryNode&) = delete;
+
+  /// The file name of a display name: "%<>:\"/|?*" become "%" and two lower-case hex digits,
+  /// and one trailing full stop, one leading and one trailing blank are escaped too.
+  static std::string escapeFileName(const std::string& name);
+  /// The display name of a file name: every "%" followed by two hex digits is decoded.
+  static std::string unEscapeFileName(const std::string& fileName);
+  /// name followed by " (number)".
+  static std::string numberName(const std::string& name, int number);
+  /// name without a trailing " (digits)" group.
+  static std::string unNumberName(const std::string& name);
+
+  /// The display name (UTF-8), unique among the siblings.
+  const std::string& name() const { return m_name; }
+  /// The name of this node's directory inside its parent's directory (UTF-8); empty for a root.
+  const std::string& fileName() const { return m_fileName; }
+  /// The parent in the tree; null for a root or a detached node. QObject::parent() is the
+  /// object owner, which need not be the same node.
+  BoxLibraryNode* parent() const { return m_parent; }
+  /// Whether the folder is shown expanded; false for a box.
+  bool isExpanded() const { return m_expanded; }
+  /// The number of children.
+  int childCount() const { return static_cast<int>(m_children.size()); }
+  /// The children in display order.
+  const QList<BoxLibraryNode*>& childList() const { return m_children; }
+
+  /// The position in the parent's children; 0 without a parent, -1 when the parent does not
+  /// list this node.
+  int index() const;
+  /// The child at i; null when i is out of range.
+  BoxLibraryNode* child(int i) const;
+  /// The first child whose name equals name byte for byte; null if none.
+  BoxLibraryNode* child(const std::string& name) const;
+  /// The library this node belongs to; null for a detached node.
+  BoxLibrary* library() const;
+  /// The project model holding this node's files; null when there is none.
+  zu::project::ProjectModel* project() const;
+  /// The "/"-joined file names from below the root down to this node; empty for a root.
+  QString path() const;
+
+  /// Attaches node (a taken or cloned node) at index: it becomes this node's object child,
+  /// takes a name unique among its new siblings, and its files are copied in. Returns node,
+  /// or null when node is null.
+  BoxLibraryNode* insertChild(int index, BoxLibraryNode* node);
+  /// insertChild() at the end.
+  BoxLibraryNode* appendChild(BoxLibraryNode* node);
+  /// Creates a new folder at index with a unique form of name; null when name is empty.
+  BoxLibraryNode* insertChild(int index, const std::string& name, bool expanded);
+  /// Creates a new folder at the end; null when name is empty.
+  BoxLibraryNode* appendChild(const std::string& name, bool expanded);
+  /// Removes the child at index and its directory. The child is not deleted: the caller
+  /// owns it unless it is this node's object child. An index out of range is fatal.
+  void removeChild(int index);
+  /// Detaches this node from its parent and library into a project of its own that holds
+  /// a copy of its files, ready for insertChild() elsewhere. The old files and the old
+  /// parent's listing are left as they are. The node must have a parent.
+  BoxLibraryNode* take();
+  /// Removes this node's directory from its project.
+  void unInit();
+  /// Stores the expanded state and writes it to the folder listing.
+  void setExpanded(bool expanded);
+
+  /// Takes name, or its first free numbered form among the siblings, and the file name that
+  /// goes with it. Any number name already carries is dropped first. Writes nothing.
+  void initName(const std::string& name);
+  /// Renames this node (to a unique form of name), moves its directory and emits
+  /// dataChanged(this). On a root only the name changes.
+  void setName(const std::string& name);
+
+  /// Writes this node's folder listing: its expanded state and its children's names in order.
+  void saveFolder();
+  /// Reads this node and its whole subtree from its project, and rewrites the listings.
+  void initFromProject();
+  /// Appends a child read from the directory fileName; null when fileName is empty.
+  BoxLibraryNode* appendChildFromProject(const std::string& fileName);
+  /// Makes this node a new, empty folder in its project: name, directory and listing.
+  void init(const std::string& name, bool expanded);
+
+signals:
+  /// node (this node or one below it) changed.
+  void dataChanged(KR::BoxLibraryNode* node);
+
+private:
+  BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);
+  void relay(BoxLibraryNode* child);
+  void initFolderFromProject(const QString& prefix);
+
+  zu::project::ProjectModel* m_ownProject = nullptr;
+  BoxLibrary* m_library = nullptr;
+  std::string m_name;
+  std::string m_fileName;
+  BoxLibraryNode* m_parent = nullptr;
+  bool m_expanded = false;
+  QList<BoxLibraryNode*> m_children;
+};
+
+}  // namespace KR
+
+Q_DECLARE_METATYPE(KR::BoxLibraryNode*)
+
+#endif

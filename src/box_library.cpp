@@ -1,0 +1,144 @@
+#include <krboxlibrary/box_library.h>
+
+#include <krboxlibrary/box_constants.h>
+#include <zu/log.h>
+
+#include "text.h"
+
+#include <QFileInfo>
+
+namespace KR {
+
+namespace {
+
+const char kCategory[] = "krboxlibrary";
+const char kTitleKey[] = "title";
+const char kTypeKey[] = "Type";
+const char kVersionKey[] = "Version";
+
+void logOpeningFailure(const QString& path, const char* tail) {
+  zu::log::LogStream(zu::log::LogLevel_Warning, kCategory, "", "BoxLibrary", 0)
+      << "Could not load the box library found at "
+      << "\"" << text::toLogText(path) << tail;
+}
+
+bool endsWithExtension(const QString& name, const char* extension) {
+  return name.endsWith(QLatin1String(extension), Qt::CaseInsensitive);
+}
+
+}  // namespace
+
+BoxLibrary::BoxLibrary(const QString& path, bool readOnly, QObject* parent)
+    : QObject(parent),
+      m_project(new zu::project::ProjectModel(this)),
+      m_readOnly(readOnly),
+      m_behaviorCompatible(false) {
+  m_root = new BoxLibraryNode(this);
+  if (!path.isEmpty()) {
+    // Whatever the load leaves behind (normally nothing after a failure) is read as the tree.
+    try {
+      m_project->load(path, zu::project::ArchiveFormat_Auto);
+      setTitle(makeTitleFromPath(path));
+    } catch (const zu::project::CorruptedFile&) {
+      logOpeningFailure(path, "\": corrupted file format.");
+    } catch (const zu::project::PathNotFound&) {
+      logOpeningFailure(path, "\": no such file or directory.");
+    } catch (const zu::project::UnsupportedFormat&) {
+      logOpeningFailure(path, "\": unrecognized file format.");
+    }
+    delete m_root;
+    m_root = new BoxLibraryNode(this);
+  } else {
+    m_project->setMetadata(QLatin1String(kTypeKey),
+                           QLatin1String(BoxConstants::a_boxLibraryProjectType));
+    m_project->setMetadata(QLatin1String(kVersionKey),
+                           QLatin1String(BoxConstants::a_boxLibraryProjectVersion));
+  }
+  relayRoot();
+}
+
+BoxLibrary::BoxLibrary(const BoxLibrary& other)
+    : QObject(other.parent()),
+      m_project(new zu::project::ProjectModel(other.m_project.data())),
+      m_readOnly(other.m_readOnly),
+      m_behaviorCompatible(other.m_behaviorCompatible) {
+  m_root = new BoxLibraryNode(this);
+  relayRoot();
+}
+
+BoxLibrary& BoxLibrary::operator=(const BoxLibrary& other) {
+  if (this == &other)
+    return *this;
+  setParent(other.parent());
+  // The previous model and root stay object children of this library until it goes.
+  auto* model = other.m_project ? new zu::project::ProjectModel(*other.m_project)
+                                : new zu::project::ProjectModel();
+  model->setParent(this);
+  m_project = model;
+  m_readOnly = other.m_readOnly;
+  m_behaviorCompatible = other.m_behaviorCompatible;
+  m_root = new BoxLibraryNode(this);
+  return *this;
+}
+
+BoxLibrary::~BoxLibrary() {
+  delete m_root;
+  delete m_project;
+}
+
+void BoxLibrary::relayRoot() {
+  connect(m_root, &BoxLibraryNode::dataChanged, this, &BoxLibrary::dataChanged);
+}
+
+BoxLibraryNode* BoxLibrary::node(const QList<int>& indexPath) const {
+  BoxLibraryNode* current = m_root;
+  for (int index : indexPath) {
+    current = current->child(index);
+    if (!current)
+      return nullptr;
+  }
+  return current;
+}
+
+QString BoxLibrary::path() const {
+  return m_project->getSourcePath();
+}
+
+QString BoxLibrary::title() const {
+  const QString stored = m_project->getMetadata(QLatin1String(kTitleKey));
+  return stored.isEmpty() ? makeTitleFromPath(path()) : stored;
+}
+
+void BoxLibrary::setTitle(const QString& title) {
+  if (title == this->title())
+    return;
+  m_project->setMetadata(QLatin1String(kTitleKey), title);
+  emit titleChanged(title);
+}
+
+QString BoxLibrary::makeTitleFromPath(const QString& path) {
+  QString name = QFileInfo(path).fileName();
+  if (endsWithExtension(name, ".lbf") || endsWithExtension(name, ".vbk"))
+    name.chop(4);
+  return name;
+}
+
+void BoxLibrary::save() {
+  m_project->save(QString(), zu::project::ArchiveFormat_Current, true);
+}
+
+void BoxLibrary::saveTo(const QString& path, LibraryFormat format) {
+  setTitle(makeTitleFromPath(path));
+  m_project->save(path, libraryFormatToProjectFormat(format), true);
+  m_readOnly = false;
+}
+
+zu::project::ArchiveFormat libraryFormatToProjectFormat(BoxLibrary::LibraryFormat format) {
+  static const zu::project::ArchiveFormat kFormats[] = {zu::project::ArchiveFormat_Directory,
+                                                        zu::project::ArchiveFormat_Zip};
+  const auto index = static_cast<unsigned>(format);
+  return index < sizeof kFormats / sizeof kFormats[0] ? kFormats[index]
+                                                      : zu::project::ArchiveFormat_Auto;
+}
+
+}  // namespace KR

@@ -1,0 +1,124 @@
+#include <krboxlibrary/box_library_node.h>
+
+#include <krserial/xml_document.h>
+#include <zu/project/project_model.h>
+
+#include "text.h"
+
+#include <boost/make_shared.hpp>
+
+#include <cstdio>
+#include <unordered_map>
+#include <vector>
+
+namespace KR {
+
+namespace {
+
+const char kListingFile[] = "lbfinfo";
+const char kFolderElement[] = "Folder";
+const char kNodeElement[] = "Node";
+const char kExpandedAttribute[] = "expanded";
+const char kNameAttribute[] = "name";
+
+QString directoryPrefix(const QString& path) {
+  return path.isEmpty() ? path : path + QLatin1Char('/');
+}
+
+// A missing, unreadable or foreign listing all read as no listing.
+XmlElement::Ptr readListing(zu::project::ProjectModel* model, const QString& path) {
+  FILE* file = model->fopen(path, "rb");
+  if (!file)
+    return XmlElement::Ptr();
+  const XmlDocument::Ptr document = XmlDocument::loadFromXmlFile(file, nullptr, nullptr);
+  std::fclose(file);
+  if (!document || !document->root() || document->root()->name() != kFolderElement)
+    return XmlElement::Ptr();
+  return document->root();
+}
+
+}  // namespace
+
+void BoxLibraryNode::saveFolder() {
+  zu::project::ProjectModel* model = project();
+  if (!model)
+    return;
+  auto folder = boost::make_shared<XmlElement>(kFolderElement);
+  folder->setAttribute(kExpandedAttribute, m_expanded ? "yes" : "no", true);
+  for (const BoxLibraryNode* child : m_children) {
+    auto node = boost::make_shared<XmlElement>(kNodeElement);
+    node->setAttribute(kNameAttribute, child->m_name, true);
+    folder->addChild(node);
+  }
+  const XmlDocument document(folder);
+  // A listing that cannot be written is skipped: the tree in memory stays authoritative.
+  if (FILE* file = model->fopen(directoryPrefix(path()) + kListingFile, "wb")) {
+    document.saveToXmlFile(file, nullptr, nullptr);
+    std::fclose(file);
+  }
+}
+
+void BoxLibraryNode::init(const std::string& name, bool expanded) {
+  initName(name);
+  if (zu::project::ProjectModel* model = project())
+    model->mkdir(path(), false);
+  m_expanded = expanded;
+  saveFolder();
+}
+
+BoxLibraryNode* BoxLibraryNode::appendChildFromProject(const std::string& fileName) {
+  if (fileName.empty())
+    return nullptr;
+  auto* node = new BoxLibraryNode();
+  m_children.append(node);
+  node->m_parent = this;
+  node->m_fileName = fileName;
+  node->initFromProject();
+  relay(node);
+  return node;
+}
+
+void BoxLibraryNode::initFromProject() {
+  if (!project())
+    return;
+  initFolderFromProject(directoryPrefix(path()));
+}
+
+void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
+  zu::project::ProjectModel* model = project();
+  const XmlElement::Ptr listing = readListing(model, prefix + kListingFile);
+  m_name = unEscapeFileName(m_fileName);
+  m_expanded = listing && listing->attribute(kExpandedAttribute, "no") != "no";
+
+  // Only the folder's own subdirectories, byte-wise sorted: files (the listing, stray files)
+  // never become children, and deeper directories are their folders' business.
+  std::vector<std::string> present;
+  std::unordered_map<std::string, size_t> presentIndex;
+  const QStringList entries = model->getFileList(prefix, true, false, false);
+  present.reserve(static_cast<size_t>(entries.size()));
+  for (const QString& entry : entries) {
+    present.push_back(text::toUtf8(entry));
+    presentIndex.emplace(present.back(), present.size() - 1);
+  }
+
+  // Listed order first; names without a directory, and second mentions, are dropped.
+  std::vector<bool> taken(present.size(), false);
+  if (listing) {
+    for (const XmlElement::Ptr& listed : listing->children(kNodeElement)) {
+      if (!listed->hasAttribute(kNameAttribute))
+        continue;
+      const auto found = presentIndex.find(escapeFileName(listed->attribute(kNameAttribute, "")));
+      if (found == presentIndex.end() || taken[found->second])
+        continue;
+      taken[found->second] = true;
+      appendChildFromProject(present[found->second]);
+    }
+  }
+  for (size_t i = 0; i < present.size(); ++i) {
+    if (!taken[i])
+      appendChildFromProject(present[i]);
+  }
+  saveFolder();
+}
+
+}  // namespace KR

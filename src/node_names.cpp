@@ -1,0 +1,157 @@
+#include <krboxlibrary/box_library_node.h>
+
+#include <zu/project/project_model.h>
+
+#include "text.h"
+
+#include <QFileInfo>
+
+#include <unordered_set>
+
+namespace KR {
+
+namespace {
+
+// The characters a file name must not hold; the backslash is deliberately allowed.
+bool needsEscape(QChar c) {
+  switch (c.unicode()) {
+    case '%':
+    case '<':
+    case '>':
+    case ':':
+    case '"':
+    case '/':
+    case '|':
+    case '?':
+    case '*': return true;
+    default: return false;
+  }
+}
+
+QString escapeOf(ushort code) {
+  return QStringLiteral("%%1").arg(code, 2, 16, QLatin1Char('0'));
+}
+
+int hexValue(QChar c) {
+  const ushort u = c.unicode();
+  if (u >= '0' && u <= '9')
+    return u - '0';
+  if (u >= 'a' && u <= 'f')
+    return u - 'a' + 10;
+  if (u >= 'A' && u <= 'F')
+    return u - 'A' + 10;
+  return -1;
+}
+
+}  // namespace
+
+std::string BoxLibraryNode::escapeFileName(const std::string& name) {
+  const QString in = text::fromUtf8(name);
+  QString out;
+  out.reserve(in.size() + 8);
+  // Escapes are appended, never rescanned, so the "%" of an escape stays as it is.
+  for (QChar c : in) {
+    if (needsEscape(c))
+      out += escapeOf(c.unicode());
+    else
+      out += c;
+  }
+  if (out.endsWith(QLatin1Char('.'))) {
+    out.chop(1);
+    out += escapeOf('.');
+  }
+  if (out.startsWith(QLatin1Char(' ')))
+    out.replace(0, 1, escapeOf(' '));
+  if (out.endsWith(QLatin1Char(' '))) {
+    out.chop(1);
+    out += escapeOf(' ');
+  }
+  return text::toUtf8(out);
+}
+
+std::string BoxLibraryNode::unEscapeFileName(const std::string& fileName) {
+  const QString in = text::fromUtf8(fileName);
+  QString out;
+  out.reserve(in.size());
+  // Any escape decodes, also upper-case ones and those escapeFileName never makes; the
+  // scan resumes behind the decoded character, so a decoded "%" starts nothing.
+  for (int i = 0; i < in.size(); ++i) {
+    if (in[i] == QLatin1Char('%') && i + 2 < in.size() && hexValue(in[i + 1]) >= 0 &&
+        hexValue(in[i + 2]) >= 0) {
+      out += QChar(static_cast<ushort>(hexValue(in[i + 1]) * 16 + hexValue(in[i + 2])));
+      i += 2;
+    } else {
+      out += in[i];
+    }
+  }
+  return text::toUtf8(out);
+}
+
+std::string BoxLibraryNode::numberName(const std::string& name, int number) {
+  return text::toUtf8(text::fromUtf8(name)) + " (" + std::to_string(number) + ")";
+}
+
+std::string BoxLibraryNode::unNumberName(const std::string& name) {
+  std::string result = text::toUtf8(text::fromUtf8(name));
+  // Only a final " (digits)" group goes, digits optional.
+  if (result.empty() || result.back() != ')')
+    return result;
+  size_t open = result.size() - 1;
+  while (open > 0 && result[open - 1] >= '0' && result[open - 1] <= '9')
+    --open;
+  if (open >= 2 && result[open - 1] == '(' && result[open - 2] == ' ')
+    result.erase(open - 2);
+  return result;
+}
+
+void BoxLibraryNode::initName(const std::string& name) {
+  std::unordered_set<std::string> siblings;
+  if (m_parent) {
+    siblings.reserve(static_cast<size_t>(m_parent->m_children.size()));
+    for (const BoxLibraryNode* sibling : m_parent->m_children) {
+      if (sibling != this)
+        siblings.insert(sibling->m_name);
+    }
+  }
+  // A copy of "Box (3)" is numbered from "Box" again.
+  const std::string base = unNumberName(name);
+  std::string candidate = base;
+  for (int counter = 2; siblings.count(candidate); ++counter)
+    candidate = numberName(base, counter);
+  m_name = candidate;
+  m_fileName = escapeFileName(candidate);
+}
+
+void BoxLibraryNode::setName(const std::string& name) {
+  if (!m_parent) {
+    m_name = name;
+    return;
+  }
+  if (name == m_name)
+    return;
+  const std::string oldFileName = m_fileName;
+  m_name.clear();
+  initName(name);
+  if (m_fileName != oldFileName) {
+    if (zu::project::ProjectModel* model = project()) {
+      const QString target = path();
+      // Directly under the root the source reads "./old": the model normalises it.
+      const QString source =
+          QFileInfo(target).path() + QLatin1Char('/') + text::fromUtf8(oldFileName);
+      model->move(source, target, false);
+    }
+  }
+  emit dataChanged(this);
+}
+
+QString BoxLibraryNode::path() const {
+  if (!m_parent)
+    return QString();
+  QString result = m_parent->path();
+  if (!result.isEmpty())
+    result += QLatin1Char('/');
+  result += text::fromUtf8(m_fileName);
+  return result;
+}
+
+}  // namespace KR

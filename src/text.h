@@ -1,0 +1,30 @@
+#ifndef KRBOXLIBRARY_SRC_TEXT_H
+#define KRBOXLIBRARY_SRC_TEXT_H
+
+#include <QByteArray>
+#include <QString>
+
+#include <string>
+
+namespace KR {
+namespace text {
+
+// Names are UTF-8 byte strings read up to their first NUL, in both directions, so a NUL
+// (typed or decoded from "%00") ends a name.
+inline QString fromUtf8(const std::string& text) {
+  return QString::fromUtf8(text.c_str());
+}
+
+inline std::string toUtf8(const QString& text) {
+  return std::string(text.toUtf8().constData());
+}
+
+// Log messages carry paths as plain 8-bit (Latin-1) text.
+inline std::string toLogText(const QString& text) {
+  return std::string(text.toLatin1().constData());
+}
+
+}  // namespace text
+}  // namespace KR
+
+#endif
