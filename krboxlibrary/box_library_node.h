@@ -23,7 +23,7 @@ class BoxLibrary;
 /// One entry of a box library's tree: a folder (a directory holding a folder listing,
 /// "lbfinfo", and the directories of its children) or a box.
 ///
-/// Every change to the tree is written to the project's files at once. A node relays the
+/// Structural changes are written to the project's files at once. A node relays the
 /// dataChanged() signal of each attached child, so a change anywhere in a library reaches
 /// the library once per level.
 ///
@@ -109,7 +109,8 @@ public:
   /// goes with it. Any number name already carries is dropped first. Writes nothing.
   void initName(const std::string& name);
   /// Renames this node (to a unique form of name), moves its directory and emits
-  /// dataChanged(this). On a root only the name changes.
+  /// dataChanged(this). The parent's listing still names the old name until the parent
+  /// writes it again (saveFolder()). On a root only the name changes.
   void setName(const std::string& name);
 
   /// Writes this node's folder listing: its expanded state and its children's names in order.
