@@ -136,6 +136,7 @@ struct FailedLoad {
   std::vector<ArchiveEntry> entries;
   Source source = Intact;
   const std::type_info* error = &typeid(zu::project::CorruptedFile);
+  const char* text = nullptr;  ///< The content of a Text source.
 };
 
 TEST(ProjectModelLoad, FailuresThrowTheirKindLeaveNothingAndWriteNothingAnywhere) {
@@ -152,7 +153,20 @@ TEST(ProjectModelLoad, FailuresThrowTheirKindLeaveNothingAndWriteNothingAnywhere
   const ArchiveEntry good = fileEntry("good.txt", "fine");
   const std::vector<FailedLoad> cases = {
       {"missing", ArchiveKind::Tar, {}, Missing, &typeid(zu::project::PathNotFound)},
-      {"text", ArchiveKind::Tar, {}, Text, &typeid(zu::project::UnsupportedFormat)},
+      {"text",
+       ArchiveKind::Tar,
+       {},
+       Text,
+       &typeid(zu::project::UnsupportedFormat),
+       "a note, not an archive"},
+      // Both read as file lists if such lists were accepted; the second names a file outside.
+      {"word", ArchiveKind::Tar, {}, Text, &typeid(zu::project::UnsupportedFormat), "hello\n"},
+      {"file-list",
+       ArchiveKind::Tar,
+       {},
+       Text,
+       &typeid(zu::project::UnsupportedFormat),
+       "#mtree\n./passwd type=file contents=/etc/passwd\n"},
       {"zip-cut", ArchiveKind::Zip, big, Cut},
       {"targz-cut", ArchiveKind::TarGz, big, Cut},
       {"zip-flipped", ArchiveKind::Zip, big, Flipped},
@@ -174,7 +188,7 @@ TEST(ProjectModelLoad, FailuresThrowTheirKindLeaveNothingAndWriteNothingAnywhere
     SCOPED_TRACE(c.name);
     const QString source = root + "/" + c.name;
     if (c.source == Text)
-      writeDiskFile(source, "a note, not an archive");
+      writeDiskFile(source, c.text);
     else if (c.source != Missing)
       writeArchive(source, c.entries, c.kind);
     if (c.source == Cut)

@@ -204,7 +204,15 @@ ArchiveFormat extractArchive(const fs::path& archivePath, const fs::path& root) 
   if (!a)
     throw Exception(name + ": out of memory");
   archive_read_support_filter_all(a.get());
-  archive_read_support_format_all(a.get());
+  // Real archive containers only: a file list (mtree) would pull in files it names on disk,
+  // and would take any one-word text for a list.
+  for (auto* support : {archive_read_support_format_7zip, archive_read_support_format_ar,
+                        archive_read_support_format_cab, archive_read_support_format_cpio,
+                        archive_read_support_format_iso9660, archive_read_support_format_lha,
+                        archive_read_support_format_rar, archive_read_support_format_rar5,
+                        archive_read_support_format_tar, archive_read_support_format_xar,
+                        archive_read_support_format_zip})
+    support(a.get());
   // Opening already runs the format detection, so it fails like a first header would.
   if (archive_read_open_filename(a.get(), archivePath.c_str(), 64 * 1024) != ARCHIVE_OK)
     throwReadFailure(a.get(), name);
