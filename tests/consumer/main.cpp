@@ -1,5 +1,6 @@
 // A program outside the project, built against an installed krboxlibrary.
 #include <krboxlibrary/box_constants.h>
+#include <krboxlibrary/box_library.h>
 #include <krserial/xml_document.h>
 #include <zu/log.h>
 #include <zu/project/project_model.h>
@@ -8,13 +9,16 @@
 #include <iostream>
 
 int main() {
-  zu::project::ProjectModel model;
-  model.writeFile("Folder/lbfinfo", "<Folder expanded=\"yes\"/>");
-  model.setMetadata("Type", KR::BoxConstants::a_boxLibraryProjectType);
+  KR::BoxLibrary library;
+  int changes = 0;
+  QObject::connect(&library, &KR::BoxLibrary::dataChanged,
+                   [&changes](KR::BoxLibraryNode*) { ++changes; });
+  library.boxRoot()->appendChild("Folder", true)->setName("Renamed");
+  zu::project::ProjectModel* model = library.projectModel();
   KR::XmlDocument::Ptr document = KR::XmlDocument::loadFromXmlString(
-      model.readFile("Folder/lbfinfo").toStdString(), nullptr, nullptr);
-  const bool ok = document && document->root()->name() == "Folder" &&
-                  model.getMetadata("Type") == "VantorelBoxLibrary" &&
+      model->readFile("Renamed/lbfinfo").toStdString(), nullptr, nullptr);
+  const bool ok = document && document->root()->name() == "Folder" && changes == 1 &&
+                  model->getMetadata("Type") == KR::BoxConstants::a_boxLibraryProjectType &&
                   KR::BoxConstants::a_currentBxdVersion == 3 &&
                   std::strcmp(KR::BoxConstants::a_boxBeacon, "Box") == 0;
   zu::log::log(zu::log::LogLevel_Info, "consumer", ok ? "ok" : "failed", "", "main", 0);

@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# krbox_cli_test.sh KRBOX EXAMPLES_DIR EXPECTED_TREE
+set -uo pipefail
+krbox=$1 examples=$2 expected=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+fail() {
+  echo "FAIL: $*" >&2
+  failures=$((failures + 1))
+}
+
+# Runs krbox with the given arguments; leaves the exit status in $status and the output in
+# $work/out and $work/err.
+run() {
+  "$krbox" "$@" >"$work/out" 2>"$work/err"
+  status=$?
+}
+
+# A failure is reported as exactly one "krbox: " line on stderr.
+expect_failure() {
+  local want=$1
+  shift
+  run "$@"
+  [[ $status -eq $want ]] || fail "krbox $* exited $status, expected $want"
+  [[ $(wc -l <"$work/err") -eq 1 ]] && grep -q '^krbox: ' "$work/err" ||
+    fail "krbox $* wrote to stderr: $(cat "$work/err")"
+}
+
+# The tool works on a copy, so that a tool writing to the library it only reads shows up.
+cp -a "$examples/Robot Basics" "$examples/Robot Basics.lbf" "$work/"
+
+run tree "$work/Robot Basics"
+[[ $status -eq 0 && ! -s "$work/err" ]] || fail "tree on the directory: $status $(cat "$work/err")"
+cp "$work/out" "$work/directory.txt"
+diff -u "$expected" "$work/directory.txt" >&2 || fail "tree on the directory differs from $expected"
+diff -r "$examples/Robot Basics" "$work/Robot Basics" >&2 || fail "tree changed the directory"
+
+# The archive is made from the directory by examples/make-archive; the same tree proves
+# that it was remade after the directory last changed.
+run tree "$work/Robot Basics.lbf"
+[[ $status -eq 0 && ! -s "$work/err" ]] || fail "tree on the archive: $status $(cat "$work/err")"
+diff -u "$work/directory.txt" "$work/out" >&2 || fail "tree on the archive differs from the directory"
+cmp -s "$examples/Robot Basics.lbf" "$work/Robot Basics.lbf" || fail "tree changed the archive"
+
+expect_failure 1 tree "$work/no such library"
+head -c 2000 "$work/Robot Basics.lbf" >"$work/Truncated.lbf"
+expect_failure 1 tree "$work/Truncated.lbf"
+expect_failure 2 frobnicate "$work/Robot Basics"
+run tree
+[[ $status -eq 2 && $(cat "$work/err") == "usage: krbox tree PATH" ]] ||
+  fail "tree without a path: $status $(cat "$work/err")"
+run --help
+[[ $status -eq 0 ]] && grep -q '^  tree PATH ' "$work/out" || fail "--help: $status $(cat "$work/out")"
+
+((failures == 0)) || exit 1
+echo "krbox cli: ok"
