@@ -27,8 +27,9 @@ public:
   };
 
   /// Opens the library at path (a directory or an archive), or creates a new, empty one when
-  /// path is empty. A path that cannot be opened is logged as a warning (category
-  /// "krboxlibrary") and leaves an empty library.
+  /// path is empty. A path that does not exist, is no archive or is damaged is logged as a
+  /// warning (category "krboxlibrary") and leaves an empty library; other failures of the
+  /// project model (an unreadable file, say) are thrown.
   explicit BoxLibrary(const QString& path = QString(), bool readOnly = false,
                       QObject* parent = nullptr);
   /// An empty library with other's flags and object parent; the content is not copied.
