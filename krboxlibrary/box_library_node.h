@@ -97,8 +97,8 @@ public:
   /// owns it unless it is this node's object child. An index out of range is fatal.
   void removeChild(int index);
   /// Detaches this node from its parent and library into a project of its own that holds
-  /// a copy of its files, ready for insertChild() elsewhere. The old files and the old
-  /// parent's listing are left as they are. The node must have a parent.
+  /// a copy of its files, ready for insertChild() elsewhere. The old files, the old parent's
+  /// listing and its relay of dataChanged() are left as they are. The node must have a parent.
   BoxLibraryNode* take();
   /// Removes this node's directory from its project.
   void unInit();

@@ -3,6 +3,7 @@
 #include <krboxlibrary/box_library_node.h>
 #include <zu/log.h>
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -85,7 +86,8 @@ std::unique_ptr<KR::BoxLibrary> openLibrary(const std::string& path, bool readOn
   if (path.empty())
     throw std::runtime_error("no library path given");
   // Absolute, so that "." is titled by the directory's name.
-  const QString absolute = QFileInfo(QFile::decodeName(path.c_str())).absoluteFilePath();
+  const QString absolute =
+      QDir::cleanPath(QFileInfo(QFile::decodeName(path.c_str())).absoluteFilePath());
   OpenFailureCapture capture;
   auto library = std::make_unique<KR::BoxLibrary>(absolute, readOnly);
   if (!capture.message().empty())
