@@ -4,11 +4,10 @@
 
 namespace testutil {
 
-Listing readListing(const zu::project::ProjectModel& model, const QString& path) {
+Listing parseListing(const QByteArray& xml) {
   Listing listing;
-  const QByteArray bytes = model.readFile(path.isEmpty() ? "lbfinfo" : path + "/lbfinfo");
   const KR::XmlDocument::Ptr document =
-      KR::XmlDocument::loadFromXmlString(bytes.toStdString(), nullptr, nullptr);
+      KR::XmlDocument::loadFromXmlString(xml.toStdString(), nullptr, nullptr);
   if (!document || !document->root() || document->root()->name() != "Folder")
     return listing;
   listing.present = true;
@@ -16,6 +15,10 @@ Listing readListing(const zu::project::ProjectModel& model, const QString& path)
   for (const KR::XmlElement::Ptr& node : document->root()->children("Node"))
     listing.names.push_back(node->attribute("name", "<missing>"));
   return listing;
+}
+
+Listing readListing(const zu::project::ProjectModel& model, const QString& path) {
+  return parseListing(model.readFile(path.isEmpty() ? "lbfinfo" : path + "/lbfinfo"));
 }
 
 }  // namespace testutil

@@ -3,6 +3,7 @@
 
 #include <zu/project/project_model.h>
 
+#include <QByteArray>
 #include <QString>
 
 #include <string>
@@ -17,6 +18,8 @@ struct Listing {
   std::vector<std::string> names;  ///< The "name" of every "Node", in order.
 };
 
+/// Parses the bytes of a listing file.
+Listing parseListing(const QByteArray& xml);
 /// Reads the "lbfinfo" of the folder at path ("" for the top) in model.
 Listing readListing(const zu::project::ProjectModel& model, const QString& path);
 

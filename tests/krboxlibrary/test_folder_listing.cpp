@@ -1,5 +1,4 @@
 #include <krboxlibrary/box_library.h>
-#include <krserial/xml_document.h>
 
 #include <gtest/gtest.h>
 
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "archive_builder.h"
+#include "library_fixtures.h"
 #include "test_files.h"
 
 namespace {
@@ -53,17 +53,14 @@ std::string tree(const BoxLibraryNode* node) {
   return text;
 }
 
-// A listing as "expanded|name|name..."; "unreadable" unless it is a Folder of Nodes.
+// A listing as "expanded|name|name..."; "unreadable" unless it is a Folder.
 std::string listing(const QByteArray& xml) {
-  const auto doc = KR::XmlDocument::loadFromXmlString(xml.toStdString(), nullptr, nullptr);
-  if (!doc || !doc->root() || doc->root()->name() != "Folder")
+  const testutil::Listing parsed = testutil::parseListing(xml);
+  if (!parsed.present)
     return "unreadable";
-  std::string text = doc->root()->attribute("expanded", "absent");
-  for (const auto& element : doc->root()->children()) {
-    if (element->name() != "Node")
-      return "unreadable";
-    text += "|" + element->attribute("name", "?");
-  }
+  std::string text = parsed.expanded;
+  for (const std::string& name : parsed.names)
+    text += "|" + name;
   return text;
 }
 
