@@ -3,10 +3,14 @@
 
 #include <krboxlibrary/krboxlibrary_export.h>
 
+#include <QByteArray>
 #include <QList>
 #include <QMetaType>
 #include <QObject>
 #include <QString>
+#include <QStringList>
+
+#include <boost/shared_ptr.hpp>
 
 #include <string>
 
@@ -18,17 +22,32 @@ class ProjectModel;
 
 namespace KR {
 
+class BoxData;
 class BoxLibrary;
+class XmlElement;
+
+/// The resource files of a box directory: every file in it but the box file and ".metadata".
+/// Valid only while the library owning project is alive.
+struct BoxResourceList {
+  /// The project model holding the files (not owned).
+  zu::project::ProjectModel* project = nullptr;
+  /// The box directory inside project.
+  QString path;
+  /// The file names, relative to path.
+  QStringList files;
+};
 
 /// One entry of a box library's tree: a folder (a directory holding a folder listing,
-/// "lbfinfo", and the directories of its children) or a box.
+/// "lbfinfo", and the directories of its children) or a box (a directory holding its box
+/// file, described by a BoxData).
 ///
 /// Structural changes are written to the project's files at once. A node relays the
-/// dataChanged() signal of each attached child, so a change anywhere in a library reaches
-/// the library once per level.
+/// dataChanged() signal of each attached child and of its box data, so a change anywhere in
+/// a library reaches the library once per level.
 ///
 /// Ownership: a node deletes the children still in its list when it is destroyed. A node
-/// taken out with removeChild() or take() belongs to the caller.
+/// taken out with removeChild() or take() belongs to the caller. Box data is owned by its
+/// shared pointers: it outlives its node if held elsewhere.
 class KRBOXLIBRARY_EXPORT BoxLibraryNode : public QObject {
   Q_OBJECT
 
@@ -68,6 +87,10 @@ public:
   int childCount() const { return static_cast<int>(m_children.size()); }
   /// The children in display order.
   const QList<BoxLibraryNode*>& childList() const { return m_children; }
+  /// The box's description; null for a folder.
+  const boost::shared_ptr<BoxData>& boxData() const { return m_boxData; }
+  /// Whether this node is a box (it has box data) rather than a folder.
+  bool isBox() const { return static_cast<bool>(m_boxData); }
 
   /// The position in the parent's children; 0 without a parent, -1 when the parent does not
   /// list this node.
@@ -122,11 +145,31 @@ public:
   /// Makes this node a new, empty folder in its project: name, directory and listing.
   void init(const std::string& name, bool expanded);
 
+  /// A private copy of the box element of this node's box file ("behavior.bxd" when present,
+  /// else "box.bxd"); null when there is no such file or it is not a current box file.
+  boost::shared_ptr<XmlElement> loadBox() const;
+  /// The bytes of the box file as stored; null without a project.
+  QByteArray loadBoxData() const;
+  /// Attaches data as this node's box data; its changes are then announced as dataChanged().
+  void setBoxDataInternal(boost::shared_ptr<BoxData> data);
+  /// The other files of this box's directory; null without a project.
+  boost::shared_ptr<BoxResourceList> resources() const;
+  /// Writes element (which gets the name "root" and is kept by the document) as this box's
+  /// file: "behavior.bxd" with a ".metadata" for a behavior in a behavior-compatible library,
+  /// "box.bxd" otherwise; the other form's file is removed first.
+  void saveBox(boost::shared_ptr<XmlElement> element, bool isBehavior);
+
 signals:
   /// node (this node or one below it) changed.
   void dataChanged(KR::BoxLibraryNode* node);
 
+private slots:
+  void onBoxDataChanged();
+
 private:
+  // path() followed by "/", or "" for the top of the project: where this node's files go.
+  QString directoryPrefix() const;
+  void initBoxFromProject(const boost::shared_ptr<XmlElement>& box);
   BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);
   void relay(BoxLibraryNode* child);
   void initFolderFromProject(const QString& prefix);
@@ -138,6 +181,7 @@ private:
   BoxLibraryNode* m_parent = nullptr;
   bool m_expanded = false;
   QList<BoxLibraryNode*> m_children;
+  boost::shared_ptr<BoxData> m_boxData;
 };
 
 }  // namespace KR

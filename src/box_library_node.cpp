@@ -1,5 +1,6 @@
 #include <krboxlibrary/box_library_node.h>
 
+#include <krboxlibrary/box_data.h>
 #include <krboxlibrary/box_library.h>
 #include <zu/project/project_model.h>
 
@@ -25,6 +26,9 @@ BoxLibraryNode::BoxLibraryNode(BoxLibrary* library) : QObject(library), m_librar
 }
 
 BoxLibraryNode::~BoxLibraryNode() {
+  // Box data shared elsewhere must not die with this node's QObject base.
+  if (m_boxData && m_boxData->QObject::parent() == this)
+    m_boxData->setParent(nullptr);
   if (m_parent)
     m_parent->m_children.removeAll(this);
   // Object children are deleted by the QObject base, after this body; the rest of the

@@ -21,10 +21,6 @@ const char kNodeElement[] = "Node";
 const char kExpandedAttribute[] = "expanded";
 const char kNameAttribute[] = "name";
 
-QString directoryPrefix(const QString& path) {
-  return path.isEmpty() ? path : path + QLatin1Char('/');
-}
-
 // A missing, unreadable or foreign listing all read as no listing.
 XmlElement::Ptr readListing(zu::project::ProjectModel* model, const QString& path) {
   FILE* file = model->fopen(path, "rb");
@@ -52,7 +48,7 @@ void BoxLibraryNode::saveFolder() {
   }
   const XmlDocument document(folder);
   // A listing that cannot be written is skipped: the tree in memory stays authoritative.
-  if (FILE* file = model->fopen(directoryPrefix(path()) + kListingFile, "wb")) {
+  if (FILE* file = model->fopen(directoryPrefix() + kListingFile, "wb")) {
     document.saveToXmlFile(file, nullptr, nullptr);
     std::fclose(file);
   }
@@ -81,7 +77,12 @@ BoxLibraryNode* BoxLibraryNode::appendChildFromProject(const std::string& fileNa
 void BoxLibraryNode::initFromProject() {
   if (!project())
     return;
-  initFolderFromProject(directoryPrefix(path()));
+  // A directory is a box exactly when it holds an acceptable box file; anything else,
+  // including a box file of an old version, reads as a folder.
+  if (const XmlElement::Ptr box = loadBox())
+    initBoxFromProject(box);
+  else
+    initFolderFromProject(directoryPrefix());
 }
 
 void BoxLibraryNode::initFolderFromProject(const QString& prefix) {

@@ -154,4 +154,11 @@ QString BoxLibraryNode::path() const {
   return result;
 }
 
+QString BoxLibraryNode::directoryPrefix() const {
+  QString result = path();
+  if (!result.isEmpty())
+    result += QLatin1Char('/');
+  return result;
+}
+
 }  // namespace KR

@@ -1,0 +1,176 @@
+#include <krboxlibrary/box_library_node.h>
+
+#include <krboxlibrary/box_constants.h>
+#include <krboxlibrary/box_data.h>
+#include <krboxlibrary/box_library.h>
+#include <krserial/xml_document.h>
+#include <krserial/xml_element.h>
+#include <zu/project/behavior_project.h>
+#include <zu/project/metadata.h>
+#include <zu/project/project.h>
+#include <zu/project/project_model.h>
+
+#include "text.h"
+#include "tooltip_tags.h"
+
+#include <boost/make_shared.hpp>
+
+#include <cstdio>
+#include <exception>
+#include <map>
+#include <string>
+
+namespace KR {
+
+namespace {
+
+const char kBoxFile[] = "box.bxd";
+const char kBehaviorFile[] = "behavior.bxd";
+const char kMetadataFile[] = ".metadata";
+const char kVersionAttribute[] = "bxd_version";
+const char kSchemaAttribute[] = "xmlns";
+const char kNameAttribute[] = "name";
+const char kTooltipAttribute[] = "tooltip";
+
+// "behavior.bxd" wins over "box.bxd" when a directory holds both.
+QString boxFileName(const zu::project::ProjectModel& model, const QString& dir) {
+  const QString behavior = dir + QLatin1String(kBehaviorFile);
+  return model.hasFile(behavior) ? behavior : dir + QLatin1String(kBoxFile);
+}
+
+int boxFileVersion(const XmlElement& root) {
+  int version = BoxConstants::a_defaultBxdVersion;
+  root.getAttribute(kVersionAttribute, version);
+  return version;
+}
+
+// Only current box files, in box or project form, are read; older ones are not migrated.
+bool isCurrentBoxFile(const XmlElement& root) {
+  if (root.name() == BoxConstants::a_boxBxdBeacon)
+    return boxFileVersion(root) == BoxConstants::a_currentBxdVersion;
+  return root.name() == BoxConstants::a_projectTag &&
+         root.attribute(kSchemaAttribute, std::string()) == BoxConstants::a_projectXsd &&
+         boxFileVersion(root) == BoxConstants::a_currentBxdVersion;
+}
+
+}  // namespace
+
+XmlElement::Ptr BoxLibraryNode::loadBox() const {
+  zu::project::ProjectModel* model = project();
+  if (!model)
+    return XmlElement::Ptr();
+  FILE* file = model->fopen(boxFileName(*model, directoryPrefix()), "rb");
+  if (!file)
+    return XmlElement::Ptr();
+  const XmlDocument::Ptr document = XmlDocument::loadFromXmlFile(file, nullptr, nullptr);
+  std::fclose(file);
+  if (!document || !document->root() || !isCurrentBoxFile(*document->root()))
+    return XmlElement::Ptr();
+  // The caller gets its own copy, free to change without touching the file.
+  const XmlElement::Ptr box = document->root()->firstChild(BoxConstants::a_boxBeacon);
+  return box ? box->clone() : XmlElement::Ptr();
+}
+
+QByteArray BoxLibraryNode::loadBoxData() const {
+  zu::project::ProjectModel* model = project();
+  if (!model)
+    return QByteArray();
+  return model->readFile(boxFileName(*model, directoryPrefix()));
+}
+
+void BoxLibraryNode::setBoxDataInternal(boost::shared_ptr<BoxData> data) {
+  // Data let go of belongs to its other holders alone, never also to this node.
+  if (m_boxData && m_boxData->QObject::parent() == this)
+    m_boxData->setParent(nullptr);
+  m_boxData = data;
+  if (!data)
+    return;
+  connect(data.get(), &BoxData::tooltipChanged, this, &BoxLibraryNode::onBoxDataChanged);
+  connect(data.get(), &BoxData::bitmapsChanged, this, &BoxLibraryNode::onBoxDataChanged);
+  connect(data.get(), &BoxData::bitmapExpandedChanged, this, &BoxLibraryNode::onBoxDataChanged);
+}
+
+void BoxLibraryNode::initBoxFromProject(const XmlElement::Ptr& box) {
+  m_expanded = false;
+  setBoxDataInternal(boost::shared_ptr<BoxData>(new BoxData(this, box)));
+  // One behavior is enough; loading never clears the flag.
+  if (m_boxData->behavior()) {
+    if (BoxLibrary* owner = library())
+      owner->setBehaviorCompatible(true);
+  }
+  m_name = unEscapeFileName(m_fileName);
+}
+
+void BoxLibraryNode::onBoxDataChanged() {
+  emit dataChanged(this);
+}
+
+boost::shared_ptr<BoxResourceList> BoxLibraryNode::resources() const {
+  zu::project::ProjectModel* model = project();
+  if (!model)
+    return boost::shared_ptr<BoxResourceList>();
+  auto list = boost::make_shared<BoxResourceList>();
+  list->project = model;
+  list->path = path();
+  list->files = model->getFileList(list->path, false, true, false);
+  list->files.removeAll(QLatin1String(kBoxFile));
+  list->files.removeAll(QLatin1String(kBehaviorFile));
+  list->files.removeAll(QLatin1String(kMetadataFile));
+  return list;
+}
+
+void BoxLibraryNode::saveBox(boost::shared_ptr<XmlElement> element, bool isBehavior) {
+  zu::project::ProjectModel* model = project();
+  if (!model)
+    return;
+  const QString dir = directoryPrefix();
+  model->mkdir(dir, true);
+
+  // A node without a library (a clone, a taken node) cannot hold behaviors.
+  const BoxLibrary* owner = library();
+  const bool projectForm = isBehavior && owner && owner->isBehaviorCompatible();
+  auto root = boost::make_shared<XmlElement>(projectForm ? BoxConstants::a_projectTag
+                                                         : BoxConstants::a_boxBxdBeacon);
+  if (projectForm)
+    root->setAttribute(kSchemaAttribute, BoxConstants::a_projectXsd, true);
+  root->setAttribute(kVersionAttribute, Serial::save(BoxConstants::a_currentBxdVersion), true);
+  element->setAttribute(kNameAttribute, "root", false);
+  root->addChild(element);
+  const XmlDocument document(root);
+
+  // Only one form's file may stay; the other goes before the new one is written.
+  FILE* file = nullptr;
+  if (projectForm) {
+    if (model->hasFile(dir + QLatin1String(kBoxFile)))
+      model->remove(dir + QLatin1String(kBoxFile));
+    file = model->fopen(dir + QLatin1String(kBehaviorFile), "wb");
+  } else {
+    if (model->hasFile(dir + QLatin1String(kBehaviorFile)))
+      model->remove(dir + QLatin1String(kBehaviorFile));
+    file = model->fopen(dir + QLatin1String(kBoxFile), "wb");
+    // Usually there is no metadata to remove; its absence is no failure.
+    try {
+      model->remove(dir + QLatin1String(kMetadataFile));
+    } catch (const std::exception&) {
+    }
+  }
+  if (!file)
+    return;
+  document.saveToXmlFile(file, nullptr, nullptr);
+  std::fclose(file);
+  if (!projectForm)
+    return;
+
+  const std::map<std::string, std::string> metadata = {
+      {"Type", BoxConstants::a_behaviorProjectType},
+      {"Version", BoxConstants::a_behaviorProjectVersion}};
+  model->writeFile(dir + QLatin1String(kMetadataFile),
+                   QByteArray(zu::project::serializeMetadata(metadata).c_str()));
+  zu::project::BehaviorProject behavior(
+      zu::project::Project(text::toUtf8(model->getFileLocalPath(dir))));
+  behavior.setName(m_name);
+  for (const std::string& tag : tooltipTags(element->attribute(kTooltipAttribute, std::string())))
+    behavior.addTag(tag);
+}
+
+}  // namespace KR
