@@ -1,5 +1,6 @@
 // A program outside the project, built against an installed krboxlibrary.
 #include <krboxlibrary/box_constants.h>
+#include <krboxlibrary/box_data.h>
 #include <krboxlibrary/box_library.h>
 #include <krserial/xml_document.h>
 #include <zu/log.h>
@@ -14,10 +15,18 @@ int main() {
   QObject::connect(&library, &KR::BoxLibrary::dataChanged,
                    [&changes](KR::BoxLibraryNode*) { ++changes; });
   library.boxRoot()->appendChild("Folder", true)->setName("Renamed");
+  // A folder made into a box: its file, then its data, whose edit is written and announced.
+  KR::BoxLibraryNode* box = library.boxRoot()->appendChild("Wave", false);
+  const KR::XmlElement::Ptr element(new KR::XmlElement(KR::BoxConstants::a_boxBeacon));
+  box->saveBox(element->clone(), false);
+  box->setBoxDataInternal(boost::shared_ptr<KR::BoxData>(new KR::BoxData(box, element)));
+  box->boxData()->setTooltip(QStringLiteral("Waves."));
+  const KR::XmlElement::Ptr saved = box->loadBox();
   zu::project::ProjectModel* model = library.projectModel();
   KR::XmlDocument::Ptr document = KR::XmlDocument::loadFromXmlString(
       model->readFile("Renamed/lbfinfo").toStdString(), nullptr, nullptr);
-  const bool ok = document && document->root()->name() == "Folder" && changes == 1 &&
+  const bool ok = document && document->root()->name() == "Folder" && changes == 2 && saved &&
+                  saved->attribute("tooltip", "") == "Waves." &&
                   model->getMetadata("Type") == KR::BoxConstants::a_boxLibraryProjectType &&
                   KR::BoxConstants::a_currentBxdVersion == 3 &&
                   std::strcmp(KR::BoxConstants::a_boxBeacon, "Box") == 0;

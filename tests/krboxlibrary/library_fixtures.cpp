@@ -1,8 +1,44 @@
 #include "library_fixtures.h"
 
+#include <krboxlibrary/box_constants.h>
 #include <krserial/xml_document.h>
 
+#include <QDir>
+
+#include "archive_builder.h"
+#include "test_files.h"
+
 namespace testutil {
+
+void writeFixture(const QString& root, const Fixture& fixture) {
+  for (const auto& entry : fixture) {
+    const QString path = root + "/" + QString::fromStdString(entry.first);
+    if (path.endsWith('/'))
+      QDir().mkpath(path);
+    else
+      writeDiskFile(path, QByteArray::fromStdString(entry.second));
+  }
+}
+
+void writeZipFixture(const QString& path, const Fixture& fixture) {
+  std::vector<ArchiveEntry> entries;
+  for (const auto& entry : fixture) {
+    const std::string& name = entry.first;
+    entries.push_back(name.back() == '/' ? dirEntry(name.substr(0, name.size() - 1))
+                                         : fileEntry(name, entry.second));
+  }
+  writeArchive(path, entries, ArchiveKind::Zip);
+}
+
+std::string boxFile(const std::string& box, const std::string& version) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<VantorelBox bxd_version=\"" + version +
+         "\">" + box + "</VantorelBox>\n";
+}
+
+std::string projectFile(const std::string& box) {
+  return std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<VantorelProject xmlns=\"") +
+         KR::BoxConstants::a_projectXsd + "\" bxd_version=\"3\">" + box + "</VantorelProject>\n";
+}
 
 Listing parseListing(const QByteArray& xml) {
   Listing listing;

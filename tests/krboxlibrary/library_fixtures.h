@@ -7,9 +7,24 @@
 #include <QString>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace testutil {
+
+/// Files of a library on disk as (relative path, content); a path ending in "/" is a
+/// directory.
+using Fixture = std::vector<std::pair<std::string, std::string>>;
+
+/// Writes fixture below the directory root.
+void writeFixture(const QString& root, const Fixture& fixture);
+/// Writes fixture as a zip archive at path.
+void writeZipFixture(const QString& path, const Fixture& fixture);
+
+/// A box file in box form around the box element box.
+std::string boxFile(const std::string& box, const std::string& version = "3");
+/// A box file in project form around the box element box.
+std::string projectFile(const std::string& box);
 
 /// A folder listing as read back from a project: null when absent or not a "Folder".
 struct Listing {

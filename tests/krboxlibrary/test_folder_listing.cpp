@@ -17,28 +17,6 @@ namespace {
 using KR::BoxLibraryNode;
 using zu::project::ProjectModel;
 
-// A null content makes a directory.
-using Fixture = std::vector<std::pair<const char*, const char*>>;
-
-void writeFixture(const QString& root, const Fixture& fixture) {
-  for (const auto& entry : fixture) {
-    const QString path = root + "/" + QString::fromUtf8(entry.first);
-    if (entry.second)
-      testutil::writeDiskFile(path, entry.second);
-    else
-      QDir().mkpath(path);
-  }
-}
-
-void writeZipFixture(const QString& path, const Fixture& fixture) {
-  std::vector<testutil::ArchiveEntry> entries;
-  for (const auto& entry : fixture) {
-    entries.push_back(entry.second ? testutil::fileEntry(entry.first, entry.second)
-                                   : testutil::dirEntry(entry.first));
-  }
-  testutil::writeArchive(path, entries, testutil::ArchiveKind::Zip);
-}
-
 // The children below node as "name<fileName when it differs>+ or -(grandchildren)".
 std::string tree(const BoxLibraryNode* node) {
   std::string text;
@@ -78,29 +56,29 @@ void expectListingsMatchTree(const ProjectModel& model, const BoxLibraryNode* no
 const char* const kOrderListing =
     R"(<Folder expanded="true"><Node name="B"/><Node name="X"/><Node name="A"/></Folder>)";
 // Each folder tries one way a listing can disagree with the directories beside it.
-const Fixture kStale = {
+const testutil::Fixture kStale = {
     {"lbfinfo",
      R"(<Folder expanded="yes"><Node name="a/b"/><Node name="Order"/><Node name="Missing"/>
         <Node name="Look: Up?"/><Node name="Order"/></Folder>)"},
     {"readme.txt", "a stray file"},
     {"Order/lbfinfo", kOrderListing},
     {"Order/notes.txt", "another stray file"},
-    {"Order/Z", nullptr},
-    {"Order/A", nullptr},
-    {"Order/B", nullptr},
-    {"Look%3a Up%3f", nullptr},
-    {"a%2Fb", nullptr},
+    {"Order/Z/", ""},
+    {"Order/A/", ""},
+    {"Order/B/", ""},
+    {"Look%3a Up%3f/", ""},
+    {"a%2Fb/", ""},
     {"Flags/no/lbfinfo", R"(<Folder expanded="no"/>)"},
     {"Flags/No/lbfinfo", R"(<Folder expanded="No"/>)"},
     {"Flags/true/lbfinfo", R"(<Folder expanded="true"/>)"},
     {"Flags/blank/lbfinfo", R"(<Folder expanded=""/>)"},
     {"Flags/absent/lbfinfo", R"(<Folder/>)"},
     {"Other/lbfinfo", R"(<Library expanded="yes"><Node name="Y"/></Library>)"},
-    {"Other/Y", nullptr},
-    {"Other/X", nullptr},
+    {"Other/Y/", ""},
+    {"Other/X/", ""},
     {"Broken/lbfinfo", R"(<Folder expanded="yes"><Node name="Y"/>)"},
-    {"Broken/Y", nullptr},
-    {"Broken/X", nullptr},
+    {"Broken/Y/", ""},
+    {"Broken/X/", ""},
 };
 const char* const kReconciled =
     "Order+(B- A- Z-) Look: Up?<Look%3a Up%3f>- Broken-(X- Y-) "
@@ -119,8 +97,8 @@ TEST(FolderListing, StaleListingsAreReconciledAlikeFromDirectoriesAndZipsAndKept
   QTemporaryDir temp;
   ASSERT_TRUE(temp.isValid());
   const QString dir = temp.filePath("lib"), zip = temp.filePath("lib.zip");
-  writeFixture(dir, kStale);
-  writeZipFixture(zip, kStale);
+  testutil::writeFixture(dir, kStale);
+  testutil::writeZipFixture(zip, kStale);
   expectReconciled(zip);
   expectReconciled(dir);
   // Reconciling works on the working copy: the disk changes only when the library is saved.
@@ -138,7 +116,7 @@ TEST(FolderListing, StaleListingsAreReconciledAlikeFromDirectoriesAndZipsAndKept
 
 TEST(FolderListing, ARootWithoutListingsGetsSortedCollapsedFolders) {
   QTemporaryDir temp;
-  writeFixture(temp.path(), {{"b", nullptr}, {"A/inner", nullptr}, {"A/file.txt", "text"}});
+  testutil::writeFixture(temp.path(), {{"b/", ""}, {"A/inner/", ""}, {"A/file.txt", "text"}});
   const KR::BoxLibrary lib(temp.path());
   EXPECT_FALSE(lib.boxRoot()->isExpanded());
   EXPECT_EQ(tree(lib.boxRoot()), "A-(inner-) b-");
