@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# krbox_cli_test.sh KRBOX EXAMPLES_DIR EXPECTED_TREE
+# krbox_cli_test.sh KRBOX EXAMPLES_DIR EXPECTED_DIR
 set -uo pipefail
-krbox=$1 examples=$2 expected=$3
+krbox=$1 examples=$2 expected=$3/robot_basics_tree.txt expected_show=$3/robot_dance_show.txt
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -42,6 +42,22 @@ run tree "$work/Robot Basics.lbf"
 [[ $status -eq 0 && ! -s "$work/err" ]] || fail "tree on the archive: $status $(cat "$work/err")"
 diff -u "$work/directory.txt" "$work/out" >&2 || fail "tree on the archive differs from the directory"
 cmp -s "$examples/Robot Basics.lbf" "$work/Robot Basics.lbf" || fail "tree changed the archive"
+
+# show: the same box through the directory and the archive; names holding "/" are found.
+for library in "$work/Robot Basics" "$work/Robot Basics.lbf"; do
+  run show "$library" "Motions/Dances/Party/Robot Dance"
+  [[ $status -eq 0 ]] || fail "show on $library: $status $(cat "$work/err")"
+  diff -u "$expected_show" "$work/out" >&2 || fail "show on $library differs from $expected_show"
+done
+run show "$work/Robot Basics" "Misc./Tests/Wait 1/2 s"
+[[ $status -eq 0 ]] && grep -qx 'Tooltip:         (none)' "$work/out" && grep -qx 'Behavior:        no' "$work/out" ||
+  fail "show of a box without tooltip: $status $(cat "$work/out" "$work/err")"
+run show "$work/Robot Basics" "Sounds/Voices/Greetings & Goodbyes/Wave: Goodbye"
+grep -qx 'Tags:            greeting, arm' "$work/out" || fail "tags of a CR LF tooltip: $(cat "$work/out")"
+run show "$work/Robot Basics" "Misc./Tests/Legacy Blink"
+grep -qx 'Kind:            folder' "$work/out" || fail "an old box file reads as a folder: $(cat "$work/out")"
+diff -r "$examples/Robot Basics" "$work/Robot Basics" >&2 || fail "show changed the directory"
+expect_failure 1 show "$work/Robot Basics" "Motions/Nothing here"
 
 expect_failure 1 tree "$work/no such library"
 head -c 2000 "$work/Robot Basics.lbf" >"$work/Truncated.lbf"

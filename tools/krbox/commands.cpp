@@ -13,8 +13,14 @@ namespace krbox {
 
 const std::vector<Command>& commands() {
   static const std::vector<Command> table = {
-      {"tree", "PATH", "print the folder tree of the library at PATH (a directory or an archive)",
+      {"tree", "PATH",
+       "print the tree of the library at PATH (a directory or an archive): [-]/[+] expanded or "
+       "collapsed folder, [ ] box, [B] behavior box",
        1, 1, runTree},
+      {"show", "PATH NODE",
+       "print the description of NODE, a \"/\"-separated path of names from the top of the "
+       "library",
+       2, 2, runShow},
   };
   return table;
 }
@@ -51,32 +57,21 @@ private:
   unsigned m_handler = 0;
 };
 
-// Boxes will get their own mark; folders show whether they are unfolded.
-const char* marker(const KR::BoxLibraryNode& node) {
-  return node.isExpanded() ? "[-] " : "[+] ";
-}
-
-// Depth first with a stack of its own: an archive may nest folders deeper than the call
-// stack would like.
-void printChildren(const KR::BoxLibraryNode& root, std::ostream& out) {
-  struct Pending {
-    const KR::BoxLibraryNode* node;
-    std::size_t depth;
-  };
-  std::vector<Pending> pending;
-  const auto pushChildren = [&pending](const KR::BoxLibraryNode& parent, std::size_t depth) {
-    const QList<KR::BoxLibraryNode*>& children = parent.childList();
-    for (auto it = children.crbegin(); it != children.crend(); ++it)
-      pending.push_back({*it, depth});
-  };
-  pushChildren(root, 1);
-  while (!pending.empty()) {
-    const Pending current = pending.back();
-    pending.pop_back();
-    out << std::string(2 * current.depth, ' ') << marker(*current.node) << current.node->name()
-        << '\n';
-    pushChildren(*current.node, current.depth + 1);
+// Finds the child path[i..] names below node. A display name may itself contain "/", so
+// the parts are joined again where no child of the shorter name leads on.
+KR::BoxLibraryNode* findBelow(KR::BoxLibraryNode* node, const std::vector<std::string>& parts,
+                              std::size_t i) {
+  if (i == parts.size())
+    return node;
+  std::string name;
+  for (std::size_t j = i; j < parts.size(); ++j) {
+    name += (j == i ? "" : "/") + parts[j];
+    if (KR::BoxLibraryNode* child = node->child(name)) {
+      if (KR::BoxLibraryNode* found = findBelow(child, parts, j + 1))
+        return found;
+    }
   }
+  return nullptr;
 }
 
 }  // namespace
@@ -95,11 +90,18 @@ std::unique_ptr<KR::BoxLibrary> openLibrary(const std::string& path, bool readOn
   return library;
 }
 
-int runTree(const Arguments& arguments, std::ostream& out) {
-  const std::unique_ptr<KR::BoxLibrary> library = openLibrary(arguments[0], /*readOnly=*/true);
-  out << library->title().toUtf8().constData() << '\n';
-  printChildren(*library->boxRoot(), out);
-  return 0;
+KR::BoxLibraryNode* findNode(const KR::BoxLibrary& library, const std::string& path) {
+  if (path.empty())
+    return library.boxRoot();
+  std::vector<std::string> parts;
+  std::size_t start = 0;
+  for (std::size_t slash; (slash = path.find('/', start)) != std::string::npos; start = slash + 1)
+    parts.push_back(path.substr(start, slash - start));
+  parts.push_back(path.substr(start));
+  KR::BoxLibraryNode* node = findBelow(library.boxRoot(), parts, 0);
+  if (!node)
+    throw std::runtime_error("no node \"" + path + "\" in the library");
+  return node;
 }
 
 }  // namespace krbox

@@ -32,7 +32,12 @@ const std::vector<Command>& commands();
 /// library's own message when it cannot be opened.
 std::unique_ptr<KR::BoxLibrary> openLibrary(const std::string& path, bool readOnly);
 
+/// The node that path, display names joined by "/", names below the library's top; "" is the
+/// top itself. Throws std::runtime_error when there is none.
+KR::BoxLibraryNode* findNode(const KR::BoxLibrary& library, const std::string& path);
+
 int runTree(const Arguments& arguments, std::ostream& out);
+int runShow(const Arguments& arguments, std::ostream& out);
 
 }  // namespace krbox
 
