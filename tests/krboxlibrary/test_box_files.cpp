@@ -60,7 +60,6 @@ TEST(BoxFiles, OnlyCurrentBoxFilesMakeBoxes) {
       {"Both", {{"box.bxd", boxFile(box("plain"))}, {"behavior.bxd", projectFile(box("b"))}}, "b"},
       {"Project form in box.bxd", {{"box.bxd", projectFile(box("project"))}}, "project"},
       {"Old version", {{"box.bxd", boxFile(box("v1"), "1")}}, ""},
-      {"Version two", {{"box.bxd", boxFile(box("v2"), "2")}}, ""},
       {"Version text", {{"box.bxd", boxFile(box("vx"), "three")}}, ""},
       {"No version", {{"box.bxd", "<VantorelBox>" + box("none") + "</VantorelBox>"}}, ""},
       {"Root case",
