@@ -4,6 +4,7 @@
 
 #include "text.h"
 #include "tooltip_tags.h"
+#include "vocabulary.h"
 
 #include <boost/make_shared.hpp>
 
@@ -13,9 +14,10 @@ namespace KR {
 
 namespace {
 
-const char kTooltipAttribute[] = "tooltip";
+using vocabulary::kNameAttribute;
+using vocabulary::kTooltipAttribute;
+
 const char kBitmapExpandedAttribute[] = "bitmap_expanded";
-const char kNameAttribute[] = "name";
 const char kBitmapsElement[] = "Bitmaps";
 const char kBitmapElement[] = "bitmap";
 

@@ -12,6 +12,7 @@
 
 #include "text.h"
 #include "tooltip_tags.h"
+#include "vocabulary.h"
 
 #include <boost/make_shared.hpp>
 
@@ -24,13 +25,7 @@ namespace KR {
 
 namespace {
 
-const char kBoxFile[] = "box.bxd";
-const char kBehaviorFile[] = "behavior.bxd";
-const char kMetadataFile[] = ".metadata";
-const char kVersionAttribute[] = "bxd_version";
-const char kSchemaAttribute[] = "xmlns";
-const char kNameAttribute[] = "name";
-const char kTooltipAttribute[] = "tooltip";
+using namespace vocabulary;
 
 // "behavior.bxd" wins over "box.bxd" when a directory holds both.
 QString boxFileName(const zu::project::ProjectModel& model, const QString& dir) {
@@ -162,8 +157,8 @@ void BoxLibraryNode::saveBox(boost::shared_ptr<XmlElement> element, bool isBehav
     return;
 
   const std::map<std::string, std::string> metadata = {
-      {"Type", BoxConstants::a_behaviorProjectType},
-      {"Version", BoxConstants::a_behaviorProjectVersion}};
+      {kTypeKey, BoxConstants::a_behaviorProjectType},
+      {kVersionKey, BoxConstants::a_behaviorProjectVersion}};
   model->writeFile(dir + QLatin1String(kMetadataFile),
                    QByteArray(zu::project::serializeMetadata(metadata).c_str()));
   zu::project::BehaviorProject behavior(

@@ -4,6 +4,7 @@
 #include <zu/log.h>
 
 #include "text.h"
+#include "vocabulary.h"
 
 #include <QFileInfo>
 
@@ -11,13 +12,13 @@ namespace KR {
 
 namespace {
 
-const char kCategory[] = "krboxlibrary";
+using vocabulary::kTypeKey;
+using vocabulary::kVersionKey;
+
 const char kTitleKey[] = "title";
-const char kTypeKey[] = "Type";
-const char kVersionKey[] = "Version";
 
 void logOpeningFailure(const QString& path, const char* tail) {
-  zu::log::LogStream(zu::log::LogLevel_Warning, kCategory, "", "BoxLibrary", 0)
+  zu::log::LogStream(zu::log::LogLevel_Warning, vocabulary::kLogCategory, "", "BoxLibrary", 0)
       << "Could not load the box library found at "
       << "\"" << text::toLogText(path) << tail;
 }

@@ -4,6 +4,7 @@
 #include <zu/project/project_model.h>
 
 #include "text.h"
+#include "vocabulary.h"
 
 #include <boost/make_shared.hpp>
 
@@ -15,11 +16,12 @@ namespace KR {
 
 namespace {
 
+using vocabulary::kNameAttribute;
+
 const char kListingFile[] = "lbfinfo";
 const char kFolderElement[] = "Folder";
 const char kNodeElement[] = "Node";
 const char kExpandedAttribute[] = "expanded";
-const char kNameAttribute[] = "name";
 
 // A missing, unreadable or foreign listing all read as no listing.
 XmlElement::Ptr readListing(zu::project::ProjectModel* model, const QString& path) {
