@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QStringList>
 
 namespace KR {
 
@@ -70,6 +71,13 @@ public:
   /// Writes the library to path in format, which becomes its path; the title follows the new
   /// file name and the library is no longer read-only. Throws the project model's exceptions.
   void saveTo(const QString& path, LibraryFormat format);
+
+  /// Writes every behavior box into destination, an existing directory on disk, as a behavior
+  /// project at the box's path. A behavior that fails is skipped, and its directory removed
+  /// when the export made it. Throws zu::project::PathNotFound when destination does not exist.
+  void exportBehaviors(const QString& destination) const;
+  /// Appends to paths the path() of every behavior box at and below node, depth-first.
+  static void xFindBehaviors(const BoxLibraryNode* node, QStringList& paths);
 
 signals:
   /// The title was changed by setTitle().

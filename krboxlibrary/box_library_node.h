@@ -37,6 +37,16 @@ struct BoxResourceList {
   QStringList files;
 };
 
+/// What a new box is made of: handed to insertChild() or appendChild() to create a box node.
+struct RootBoxDescription {
+  /// The name wanted for the box (UTF-8); a sibling's name is avoided by numbering.
+  std::string name;
+  /// The box element ("Box"); it is not changed. An empty pointer creates nothing.
+  boost::shared_ptr<const XmlElement> box;
+  /// Files to copy into the new box's directory; may be empty.
+  boost::shared_ptr<BoxResourceList> resources;
+};
+
 /// One entry of a box library's tree: a folder (a directory holding a folder listing,
 /// "lbfinfo", and the directories of its children) or a box (a directory holding its box
 /// file, described by a BoxData).
@@ -116,6 +126,11 @@ public:
   BoxLibraryNode* insertChild(int index, const std::string& name, bool expanded);
   /// Creates a new folder at the end; null when name is empty.
   BoxLibraryNode* appendChild(const std::string& name, bool expanded);
+  /// Creates a box from description at index: its box data, a unique name, its box file and
+  /// its resources. Null, with nothing changed, when the description has no box element.
+  BoxLibraryNode* insertChild(int index, const RootBoxDescription& description);
+  /// insertChild() of a description at the end.
+  BoxLibraryNode* appendChild(const RootBoxDescription& description);
   /// Removes the child at index and its directory. The child is not deleted: the caller
   /// owns it unless it is this node's object child. An index out of range is fatal.
   void removeChild(int index);
@@ -123,6 +138,9 @@ public:
   /// a copy of its files, ready for insertChild() elsewhere. The old files, the old parent's
   /// listing and its relay of dataChanged() are left as they are. The node must have a parent.
   BoxLibraryNode* take();
+  /// A detached copy of this node and its subtree, with a project of its own holding a copy of
+  /// its files; the caller owns it. The copy's own box data announces nothing.
+  BoxLibraryNode* clone() const;
   /// Removes this node's directory from its project.
   void unInit();
   /// Stores the expanded state and writes it to the folder listing.
@@ -144,6 +162,15 @@ public:
   BoxLibraryNode* appendChildFromProject(const std::string& fileName);
   /// Makes this node a new, empty folder in its project: name, directory and listing.
   void init(const std::string& name, bool expanded);
+  /// Makes this node, already given its parent, a new box in its project from description.
+  void init(const RootBoxDescription& description);
+
+  /// Rewrites this node's own file (box file or folder listing). A failure is logged as an
+  /// error (category "krboxlibrary") and gives false.
+  bool save();
+  /// save() for this node, then for a folder every node below it, depth-first. False only when
+  /// this node's own file failed; failures below are logged and skipped.
+  bool saveAll();
 
   /// A private copy of the box element of this node's box file ("behavior.bxd" when present,
   /// else "box.bxd"); null when there is no such file or it is not a current box file.
@@ -170,6 +197,8 @@ private:
   // path() followed by "/", or "" for the top of the project: where this node's files go.
   QString directoryPrefix() const;
   void initBoxFromProject(const boost::shared_ptr<XmlElement>& box);
+  // Writes the box file or the folder listing; throws what the writers throw.
+  void saveOwnFile();
   BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);
   void relay(BoxLibraryNode* child);
   void initFolderFromProject(const QString& prefix);

@@ -20,7 +20,7 @@ const char kTitleKey[] = "title";
 void logOpeningFailure(const QString& path, const char* tail) {
   zu::log::LogStream(zu::log::LogLevel_Warning, vocabulary::kLogCategory, "", "BoxLibrary", 0)
       << "Could not load the box library found at "
-      << "\"" << text::toLogText(path) << tail;
+      << "\"" << text::toLatin1(path) << tail;
 }
 
 bool endsWithExtension(const QString& name, const char* extension) {

@@ -133,6 +133,24 @@ BoxLibraryNode* BoxLibraryNode::insertNewFolder(int index, const std::string& na
   return node;
 }
 
+BoxLibraryNode* BoxLibraryNode::insertChild(int index, const RootBoxDescription& description) {
+  if (!description.box)
+    return nullptr;
+  checkIndex(index, childCount(), "KR::BoxLibraryNode::insertChild");
+  auto* node = new BoxLibraryNode();
+  m_children.insert(index, node);
+  // Naming and writing go through the parent, so it is set before init().
+  node->m_parent = this;
+  node->init(description);
+  saveFolder();
+  relay(node);
+  return node;
+}
+
+BoxLibraryNode* BoxLibraryNode::appendChild(const RootBoxDescription& description) {
+  return insertChild(childCount(), description);
+}
+
 void BoxLibraryNode::removeChild(int index) {
   if (index < 0 || index >= m_children.size())
     qFatal("KR::BoxLibraryNode::removeChild: index out of range");

@@ -147,18 +147,11 @@ void BoxLibraryNode::setName(const std::string& name) {
 QString BoxLibraryNode::path() const {
   if (!m_parent)
     return QString();
-  QString result = m_parent->path();
-  if (!result.isEmpty())
-    result += QLatin1Char('/');
-  result += text::fromUtf8(m_fileName);
-  return result;
+  return text::asDirectory(m_parent->path()) + text::fromUtf8(m_fileName);
 }
 
 QString BoxLibraryNode::directoryPrefix() const {
-  QString result = path();
-  if (!result.isEmpty())
-    result += QLatin1Char('/');
-  return result;
+  return text::asDirectory(path());
 }
 
 }  // namespace KR

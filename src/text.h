@@ -19,9 +19,14 @@ inline std::string toUtf8(const QString& text) {
   return std::string(text.toUtf8().constData());
 }
 
-// Log messages carry paths as plain 8-bit (Latin-1) text.
-inline std::string toLogText(const QString& text) {
+// Messages carry paths as plain 8-bit (Latin-1) text.
+inline std::string toLatin1(const QString& text) {
   return std::string(text.toLatin1().constData());
+}
+
+// A project directory as the prefix of its entries' paths: "" (the top) stays "".
+inline QString asDirectory(const QString& path) {
+  return path.isEmpty() ? path : path + QLatin1Char('/');
 }
 
 }  // namespace text

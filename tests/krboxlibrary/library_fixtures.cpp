@@ -30,6 +30,12 @@ void writeZipFixture(const QString& path, const Fixture& fixture) {
   writeArchive(path, entries, ArchiveKind::Zip);
 }
 
+const char kBehaviorInterface[] =
+    R"(<Input name="onLoad" type="1" type_size="1" nature="0"/>)"
+    R"(<Input name="onStart" type="1" type_size="1" nature="2"/>)"
+    R"(<Input name="onStop" type="1" type_size="1" nature="3"/>)"
+    R"(<Output name="onStopped" type="1" type_size="1" nature="1"/><Timeline/>)";
+
 std::string boxFile(const std::string& box, const std::string& version) {
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<VantorelBox bxd_version=\"" + version +
          "\">" + box + "</VantorelBox>\n";

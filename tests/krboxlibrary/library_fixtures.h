@@ -21,6 +21,10 @@ void writeFixture(const QString& root, const Fixture& fixture);
 /// Writes fixture as a zip archive at path.
 void writeZipFixture(const QString& path, const Fixture& fixture);
 
+/// The children of a box element that make it a behavior: the standard inputs and output
+/// and a timeline.
+extern const char kBehaviorInterface[];
+
 /// A box file in box form around the box element box.
 std::string boxFile(const std::string& box, const std::string& version = "3");
 /// A box file in project form around the box element box.

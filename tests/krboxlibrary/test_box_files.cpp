@@ -20,14 +20,9 @@ namespace {
 
 using KR::BoxLibraryNode;
 using testutil::boxFile;
+using testutil::kBehaviorInterface;
 using testutil::projectFile;
 using zu::project::ProjectModel;
-
-const std::string kInterface =
-    R"(<Input name="onLoad" type="1" type_size="1" nature="0"/>)"
-    R"(<Input name="onStart" type="1" type_size="1" nature="2"/>)"
-    R"(<Input name="onStop" type="1" type_size="1" nature="3"/>)"
-    R"(<Output name="onStopped" type="1" type_size="1" nature="1"/><Timeline/>)";
 
 std::string box(const std::string& tooltip, const std::string& children = "") {
   return R"(<Box name="root" tooltip=")" + tooltip + R"(">)" + children + "</Box>";
@@ -133,7 +128,8 @@ TEST(BoxFiles, ReadsAreFreshCopiesAndResourcesExcludeBoxFiles) {
 
 TEST(BoxFiles, BehaviorsMakeTheLibraryCompatibleAndDataIsRelayed) {
   QTemporaryDir dir;
-  testutil::writeFixture(dir.path(), {{"Stand/box.bxd", boxFile(box("Stands.", kInterface))}});
+  testutil::writeFixture(dir.path(),
+                         {{"Stand/box.bxd", boxFile(box("Stands.", kBehaviorInterface))}});
   KR::BoxLibrary library(dir.path());
   BoxLibraryNode* stand = library.boxRoot()->child(0);
   ASSERT_TRUE(stand && stand->isBox());
@@ -158,7 +154,8 @@ protected:
                                         {"Wave/wave.ogg", "OggS"}});
     library = std::make_unique<KR::BoxLibrary>(dir.path());
     library->setBehaviorCompatible(compatible);
-    element = KR::XmlDocument::loadFromXmlString(box("", kInterface), nullptr, nullptr)->root();
+    element =
+        KR::XmlDocument::loadFromXmlString(box("", kBehaviorInterface), nullptr, nullptr)->root();
     // Set rather than parsed: line ends in parsed attributes would become blanks.
     element->setAttribute("tooltip", tooltip, false);
     element->setAttribute("name", "Walk", false);
