@@ -15,18 +15,21 @@ int main() {
   QObject::connect(&library, &KR::BoxLibrary::dataChanged,
                    [&changes](KR::BoxLibraryNode*) { ++changes; });
   library.boxRoot()->appendChild("Folder", true)->setName("Renamed");
-  // A folder made into a box: its file, then its data, whose edit is written and announced.
-  KR::BoxLibraryNode* box = library.boxRoot()->appendChild("Wave", false);
-  const KR::XmlElement::Ptr element(new KR::XmlElement(KR::BoxConstants::a_boxBeacon));
-  box->saveBox(element->clone(), false);
-  box->setBoxDataInternal(boost::shared_ptr<KR::BoxData>(new KR::BoxData(box, element)));
+  // A box made from a description; the edit of its data is written and announced.
+  KR::RootBoxDescription description;
+  description.name = "Wave";
+  description.box.reset(new KR::XmlElement(KR::BoxConstants::a_boxBeacon));
+  KR::BoxLibraryNode* box = library.boxRoot()->appendChild(description);
   box->boxData()->setTooltip(QStringLiteral("Waves."));
   const KR::XmlElement::Ptr saved = box->loadBox();
+  KR::BoxLibraryNode* copy = box->clone();
+  const bool cloned = copy->isBox() && copy->project() != library.projectModel();
+  delete copy;
   zu::project::ProjectModel* model = library.projectModel();
   KR::XmlDocument::Ptr document = KR::XmlDocument::loadFromXmlString(
       model->readFile("Renamed/lbfinfo").toStdString(), nullptr, nullptr);
-  const bool ok = document && document->root()->name() == "Folder" && changes == 2 && saved &&
-                  saved->attribute("tooltip", "") == "Waves." &&
+  const bool ok = cloned && document && document->root()->name() == "Folder" && changes == 2 &&
+                  saved && saved->attribute("tooltip", "") == "Waves." &&
                   model->getMetadata("Type") == KR::BoxConstants::a_boxLibraryProjectType &&
                   KR::BoxConstants::a_currentBxdVersion == 3 &&
                   std::strcmp(KR::BoxConstants::a_boxBeacon, "Box") == 0;

@@ -2,20 +2,7 @@
 # krbox_cli_test.sh KRBOX EXAMPLES_DIR EXPECTED_DIR
 set -uo pipefail
 krbox=$1 examples=$2 expected=$3/robot_basics_tree.txt expected_show=$3/robot_dance_show.txt
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-failures=0
-fail() {
-  echo "FAIL: $*" >&2
-  failures=$((failures + 1))
-}
-
-# Runs krbox with the given arguments; leaves the exit status in $status and the output in
-# $work/out and $work/err.
-run() {
-  "$krbox" "$@" >"$work/out" 2>"$work/err"
-  status=$?
-}
+source "$(dirname "$0")/cli_common.sh"
 
 # A failure is reported as exactly one "krbox: " line on stderr.
 expect_failure() {

@@ -1,12 +1,14 @@
 #include "commands.h"
 
+#include "failure_capture.h"
+
 #include <krboxlibrary/box_library_node.h>
-#include <zu/log.h>
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
+#include <limits>
 #include <stdexcept>
 
 namespace krbox {
@@ -21,41 +23,26 @@ const std::vector<Command>& commands() {
        "print the description of NODE, a \"/\"-separated path of names from the top of the "
        "library",
        2, 2, runShow},
+      {"new", "PATH [--format dir|zip]",
+       "create an empty library at PATH, a directory (the default) or a zip archive", 1, 3, runNew},
+      {"mkdir", "LIBRARY FOLDER", "add a folder named by the last name of FOLDER", 2, 2, runMkdir},
+      {"add", "LIBRARY FOLDER BOXFILE [RESOURCE...]",
+       "add to FOLDER the box in BOXFILE, with the RESOURCE files", 3,
+       std::numeric_limits<std::size_t>::max(), runAdd},
+      {"rename", "LIBRARY NODE NEWNAME", "rename NODE to NEWNAME, one name", 3, 3, runRename},
+      {"mv", "LIBRARY NODE FOLDER [INDEX]",
+       "move NODE into FOLDER, at position INDEX (0 is first; the default is last)", 3, 4, runMove},
+      {"rm", "LIBRARY NODE", "remove NODE and everything below it", 2, 2, runRemove},
+      {"set-tooltip", "LIBRARY NODE TEXT", "set the tooltip of the box NODE", 3, 3, runSetTooltip},
+      {"pack", "LIBRARY OUT [--format zip|dir]",
+       "copy the library to OUT, a zip archive (the default) or a directory", 2, 4, runPack},
+      {"export", "LIBRARY DEST",
+       "write each behavior box into the directory DEST as a behavior project", 2, 2, runExport},
   };
   return table;
 }
 
 namespace {
-
-// The library reports a path it cannot open with a warning record, not an exception, and
-// leaves an empty library behind. While a library opens, the first such record is kept and
-// the default stderr handler is silenced, so that the failure reaches the user as the
-// tool's single error line rather than as log output plus an empty tree.
-class OpenFailureCapture {
-public:
-  OpenFailureCapture() : m_defaultWasEnabled(zu::log::isDefaultHandlerEnabled()) {
-    zu::log::setDefaultHandlerEnabled(false);
-    m_handler = zu::log::addHandler([this](const zu::log::Record& record) {
-      if (m_message.empty() && record.level <= zu::log::LogLevel_Warning &&
-          record.category == "krboxlibrary")
-        m_message = record.message;
-    });
-  }
-  ~OpenFailureCapture() {
-    zu::log::removeHandler(m_handler);
-    zu::log::setDefaultHandlerEnabled(m_defaultWasEnabled);
-  }
-  OpenFailureCapture(const OpenFailureCapture&) = delete;
-  OpenFailureCapture& operator=(const OpenFailureCapture&) = delete;
-
-  /// The failure's message; empty when the library opened.
-  const std::string& message() const { return m_message; }
-
-private:
-  std::string m_message;
-  bool m_defaultWasEnabled;
-  unsigned m_handler = 0;
-};
 
 // Finds the child path[i..] names below node. A display name may itself contain "/", so
 // the parts are joined again where no child of the shorter name leads on.
@@ -76,17 +63,20 @@ KR::BoxLibraryNode* findBelow(KR::BoxLibraryNode* node, const std::vector<std::s
 
 }  // namespace
 
+QString localPath(const std::string& argument) {
+  return QDir::cleanPath(QFileInfo(QFile::decodeName(argument.c_str())).absoluteFilePath());
+}
+
 std::unique_ptr<KR::BoxLibrary> openLibrary(const std::string& path, bool readOnly) {
   // An empty path would make the library create a new, empty one.
   if (path.empty())
     throw std::runtime_error("no library path given");
   // Absolute, so that "." is titled by the directory's name.
-  const QString absolute =
-      QDir::cleanPath(QFileInfo(QFile::decodeName(path.c_str())).absoluteFilePath());
-  OpenFailureCapture capture;
+  const QString absolute = localPath(path);
+  // A library that cannot be opened is logged and left empty: the log record is the error.
+  const FailureCapture capture;
   auto library = std::make_unique<KR::BoxLibrary>(absolute, readOnly);
-  if (!capture.message().empty())
-    throw std::runtime_error(capture.message());
+  capture.check();
   return library;
 }
 
@@ -102,6 +92,32 @@ KR::BoxLibraryNode* findNode(const KR::BoxLibrary& library, const std::string& p
   if (!node)
     throw std::runtime_error("no node \"" + path + "\" in the library");
   return node;
+}
+
+KR::BoxLibraryNode* findFolder(const KR::BoxLibrary& library, const std::string& path) {
+  KR::BoxLibraryNode* node = findNode(library, path);
+  if (node->isBox())
+    throw std::runtime_error("\"" + path + "\" is a box, not a folder");
+  return node;
+}
+
+KR::BoxLibraryNode* findBox(const KR::BoxLibrary& library, const std::string& path) {
+  KR::BoxLibraryNode* node = findNode(library, path);
+  if (!node->isBox())
+    throw std::runtime_error("\"" + path + "\" is a folder, not a box");
+  return node;
+}
+
+void refuseTop(const KR::BoxLibraryNode& node, const char* what) {
+  if (!node.parent())
+    throw std::runtime_error(std::string("cannot ") + what + " the top of the library");
+}
+
+std::string displayPath(const KR::BoxLibraryNode& node) {
+  std::string path;
+  for (const KR::BoxLibraryNode* n = &node; n->parent(); n = n->parent())
+    path = n->name() + (path.empty() ? "" : "/") + path;
+  return path;
 }
 
 }  // namespace krbox

@@ -3,9 +3,12 @@
 
 #include <krboxlibrary/box_library.h>
 
+#include <QString>
+
 #include <cstddef>
 #include <memory>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -25,8 +28,17 @@ struct Command {
   int (*run)(const Arguments& arguments, std::ostream& out);
 };
 
+/// Arguments that do not fit the command. An empty message stands for the command's usage
+/// line.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 /// Every command, in the order the usage lists them.
 const std::vector<Command>& commands();
+
+/// The absolute, clean form of a path given on the command line.
+QString localPath(const std::string& argument);
 
 /// Opens the library at path (a directory or an archive). Throws std::runtime_error with the
 /// library's own message when it cannot be opened.
@@ -35,9 +47,28 @@ std::unique_ptr<KR::BoxLibrary> openLibrary(const std::string& path, bool readOn
 /// The node that path, display names joined by "/", names below the library's top; "" is the
 /// top itself. Throws std::runtime_error when there is none.
 KR::BoxLibraryNode* findNode(const KR::BoxLibrary& library, const std::string& path);
+/// findNode() for a node that must be a folder (or the top).
+KR::BoxLibraryNode* findFolder(const KR::BoxLibrary& library, const std::string& path);
+/// findNode() for a node that must be a box.
+KR::BoxLibraryNode* findBox(const KR::BoxLibrary& library, const std::string& path);
+/// Throws std::runtime_error, saying that the top cannot be given what (a verb), when node
+/// is the top of its library.
+void refuseTop(const KR::BoxLibraryNode& node, const char* what);
+/// The path findNode() takes to reach node: the display names from below the top, joined
+/// by "/".
+std::string displayPath(const KR::BoxLibraryNode& node);
 
 int runTree(const Arguments& arguments, std::ostream& out);
 int runShow(const Arguments& arguments, std::ostream& out);
+int runMkdir(const Arguments& arguments, std::ostream& out);
+int runAdd(const Arguments& arguments, std::ostream& out);
+int runRename(const Arguments& arguments, std::ostream& out);
+int runMove(const Arguments& arguments, std::ostream& out);
+int runRemove(const Arguments& arguments, std::ostream& out);
+int runSetTooltip(const Arguments& arguments, std::ostream& out);
+int runNew(const Arguments& arguments, std::ostream& out);
+int runPack(const Arguments& arguments, std::ostream& out);
+int runExport(const Arguments& arguments, std::ostream& out);
 
 }  // namespace krbox
 

@@ -82,6 +82,12 @@ int main(int argc, char** argv) {
     if (!std::cout)
       throw std::runtime_error("cannot write the output");
     return status;
+  } catch (const krbox::UsageError& e) {
+    if (*e.what())
+      printError(e.what());
+    else
+      std::cerr << "usage: krbox " << synopsis(*command) << std::endl;
+    return ExitUsage;
   } catch (const std::exception& e) {
     printError(e.what());
     return ExitFailure;

@@ -1,0 +1,154 @@
+#include "commands.h"
+
+#include "box_source.h"
+#include "failure_capture.h"
+
+#include <krboxlibrary/box_data.h>
+#include <krboxlibrary/box_library_node.h>
+#include <zu/project/project_model.h>
+
+#include <QObject>
+#include <QString>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace krbox {
+
+namespace {
+
+// One edit of a library opened for writing. The library edits a working copy of its files;
+// the library on disk changes only in commit(), and not at all when the library reported a
+// failure while the edit was made.
+class Edit {
+public:
+  explicit Edit(const std::string& path) : m_library(openLibrary(path, /*readOnly=*/false)) {}
+
+  KR::BoxLibrary& library() const { return *m_library; }
+  void commit() {
+    m_capture.check();
+    m_library->save();
+  }
+
+private:
+  std::unique_ptr<KR::BoxLibrary> m_library;
+  FailureCapture m_capture;
+};
+
+// INDEX as a position 0..last in the folder at folderPath.
+int parseIndex(const std::string& text, int last, const std::string& folderPath) {
+  const auto outOfRange = [&] {
+    return std::runtime_error("index \"" + text + "\" is not a position in \"" + folderPath +
+                              "\": 0 to " + std::to_string(last));
+  };
+  if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string::npos)
+    throw outOfRange();
+  const int index = std::stoi(text);
+  if (index > last)
+    throw outOfRange();
+  return index;
+}
+
+bool isWithin(const KR::BoxLibraryNode* node, const KR::BoxLibraryNode* ancestor) {
+  for (; node; node = node->parent()) {
+    if (node == ancestor)
+      return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+int runMkdir(const Arguments& arguments, std::ostream& out) {
+  Edit edit(arguments[0]);
+  const std::string& path = arguments[1];
+  const std::size_t slash = path.rfind('/');
+  const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+  if (name.empty())
+    throw std::runtime_error("no name for the new folder in \"" + path + "\"");
+  KR::BoxLibraryNode* parent =
+      findFolder(edit.library(), slash == std::string::npos ? "" : path.substr(0, slash));
+  const KR::BoxLibraryNode* folder = parent->appendChild(name, /*expanded=*/true);
+  edit.commit();
+  out << displayPath(*folder) << '\n';
+  return 0;
+}
+
+int runAdd(const Arguments& arguments, std::ostream& out) {
+  Edit edit(arguments[0]);
+  KR::BoxLibraryNode* folder = findFolder(edit.library(), arguments[1]);
+  KR::RootBoxDescription description = readBoxFile(arguments[2]);
+  zu::project::ProjectModel files;
+  description.resources = readResources(Arguments(arguments.begin() + 3, arguments.end()), files);
+  const KR::BoxLibraryNode* box = folder->appendChild(description);
+  if (!box)
+    throw std::runtime_error("the library made no box of \"" + arguments[2] + "\"");
+  edit.commit();
+  out << displayPath(*box) << '\n';
+  return 0;
+}
+
+int runRename(const Arguments& arguments, std::ostream& out) {
+  Edit edit(arguments[0]);
+  KR::BoxLibraryNode* node = findNode(edit.library(), arguments[1]);
+  refuseTop(*node, "rename");
+  if (arguments[2].empty())
+    throw std::runtime_error("the new name is empty");
+  node->setName(arguments[2]);
+  // Renaming moves the node's directory but leaves the parent's listing to its parent.
+  node->parent()->saveFolder();
+  edit.commit();
+  out << displayPath(*node) << '\n';
+  return 0;
+}
+
+int runMove(const Arguments& arguments, std::ostream& out) {
+  Edit edit(arguments[0]);
+  KR::BoxLibraryNode* node = findNode(edit.library(), arguments[1]);
+  refuseTop(*node, "move");
+  KR::BoxLibraryNode* target = findFolder(edit.library(), arguments[2]);
+  if (isWithin(target, node))
+    throw std::runtime_error("cannot move \"" + arguments[1] + "\" into itself or below it");
+  KR::BoxLibraryNode* oldParent = node->parent();
+  // INDEX counts in the target's list as it is once the node has left its old place.
+  const int last = target->childCount() - (target == oldParent ? 1 : 0);
+  const int index = arguments.size() > 3 ? parseIndex(arguments[3], last, arguments[2]) : last;
+
+  // take() copies the node's files out but leaves its old directory, the old listing and
+  // the old parent's relay behind; a move must not.
+  const QString oldPath = node->path();
+  std::unique_ptr<KR::BoxLibraryNode> taken(node->take());
+  edit.library().projectModel()->remove(oldPath);
+  oldParent->saveFolder();
+  QObject::disconnect(taken.get(), &KR::BoxLibraryNode::dataChanged, oldParent,
+                      &KR::BoxLibraryNode::dataChanged);
+  target->insertChild(index, taken.get());
+  const KR::BoxLibraryNode* moved = taken.release();
+  edit.commit();
+  out << displayPath(*moved) << '\n';
+  return 0;
+}
+
+int runRemove(const Arguments& arguments, std::ostream& out) {
+  Edit edit(arguments[0]);
+  KR::BoxLibraryNode* node = findNode(edit.library(), arguments[1]);
+  refuseTop(*node, "remove");
+  const std::string path = displayPath(*node);
+  node->parent()->removeChild(node->index());
+  delete node;
+  edit.commit();
+  out << path << '\n';
+  return 0;
+}
+
+int runSetTooltip(const Arguments& arguments, std::ostream& out) {
+  Edit edit(arguments[0]);
+  KR::BoxLibraryNode* box = findBox(edit.library(), arguments[1]);
+  box->boxData()->setTooltip(QString::fromUtf8(arguments[2].c_str()));
+  edit.commit();
+  out << displayPath(*box) << '\n';
+  return 0;
+}
+
+}  // namespace krbox
