@@ -197,8 +197,8 @@ private:
   // path() followed by "/", or "" for the top of the project: where this node's files go.
   QString directoryPrefix() const;
   void initBoxFromProject(const boost::shared_ptr<XmlElement>& box);
-  // Writes the box file or the folder listing; throws what the writers throw.
-  void saveOwnFile();
+  // Writes the box file or the folder listing; logs a failure as coming from function.
+  bool saveOwnFile(const char* function);
   BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);
   void relay(BoxLibraryNode* child);
   void initFolderFromProject(const QString& prefix);

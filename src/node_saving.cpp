@@ -22,35 +22,31 @@ void logSaveFailure(const BoxLibraryNode& node, const char* function, const std:
 }  // namespace
 
 // A box is written back from its own file, so what is saved is what the file says; only the
-// form (box or behavior) follows the box data.
-void BoxLibraryNode::saveOwnFile() {
-  if (!m_boxData) {
-    saveFolder();
-    return;
-  }
-  const boost::shared_ptr<XmlElement> box = loadBox();
-  if (!box)
-    throw std::runtime_error("its box file is missing or cannot be read");
-  saveBox(box, m_boxData->behavior());
-}
-
-bool BoxLibraryNode::save() {
+// form (box or behavior) follows the box data. function names the caller in the log.
+bool BoxLibraryNode::saveOwnFile(const char* function) {
   try {
-    saveOwnFile();
+    if (!m_boxData) {
+      saveFolder();
+      return true;
+    }
+    const boost::shared_ptr<XmlElement> box = loadBox();
+    if (!box)
+      throw std::runtime_error("its box file is missing or cannot be read");
+    saveBox(box, m_boxData->behavior());
   } catch (const std::exception& e) {
-    logSaveFailure(*this, "save", e);
+    logSaveFailure(*this, function, e);
     return false;
   }
   return true;
 }
 
+bool BoxLibraryNode::save() {
+  return saveOwnFile("save");
+}
+
 bool BoxLibraryNode::saveAll() {
-  try {
-    saveOwnFile();
-  } catch (const std::exception& e) {
-    logSaveFailure(*this, "saveAll", e);
+  if (!saveOwnFile("saveAll"))
     return false;
-  }
   if (m_boxData)
     return true;
   // A copy: the list must not shift under the walk. Each child logs its own failure.
