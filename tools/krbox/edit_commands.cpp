@@ -20,15 +20,17 @@ namespace {
 
 // One edit of a library opened for writing. The library edits a working copy of its files;
 // the library on disk changes only in commit(), and not at all when the library reported a
-// failure while the edit was made.
+// failure while the edit was made. A committed edit prints the path of the node it touched.
 class Edit {
 public:
   explicit Edit(const std::string& path) : m_library(openLibrary(path, /*readOnly=*/false)) {}
 
   KR::BoxLibrary& library() const { return *m_library; }
-  void commit() {
+  int commit(const std::string& nodePath, std::ostream& out) {
     m_capture.check();
     m_library->save();
+    out << nodePath << '\n';
+    return 0;
   }
 
 private:
@@ -70,9 +72,7 @@ int runMkdir(const Arguments& arguments, std::ostream& out) {
   KR::BoxLibraryNode* parent =
       findFolder(edit.library(), slash == std::string::npos ? "" : path.substr(0, slash));
   const KR::BoxLibraryNode* folder = parent->appendChild(name, /*expanded=*/true);
-  edit.commit();
-  out << displayPath(*folder) << '\n';
-  return 0;
+  return edit.commit(displayPath(*folder), out);
 }
 
 int runAdd(const Arguments& arguments, std::ostream& out) {
@@ -81,12 +81,9 @@ int runAdd(const Arguments& arguments, std::ostream& out) {
   KR::RootBoxDescription description = readBoxFile(arguments[2]);
   zu::project::ProjectModel files;
   description.resources = readResources(Arguments(arguments.begin() + 3, arguments.end()), files);
+  // readBoxFile() makes sure there is a box element, so a box is always made.
   const KR::BoxLibraryNode* box = folder->appendChild(description);
-  if (!box)
-    throw std::runtime_error("the library made no box of \"" + arguments[2] + "\"");
-  edit.commit();
-  out << displayPath(*box) << '\n';
-  return 0;
+  return edit.commit(displayPath(*box), out);
 }
 
 int runRename(const Arguments& arguments, std::ostream& out) {
@@ -98,9 +95,7 @@ int runRename(const Arguments& arguments, std::ostream& out) {
   node->setName(arguments[2]);
   // Renaming moves the node's directory but leaves the parent's listing to its parent.
   node->parent()->saveFolder();
-  edit.commit();
-  out << displayPath(*node) << '\n';
-  return 0;
+  return edit.commit(displayPath(*node), out);
 }
 
 int runMove(const Arguments& arguments, std::ostream& out) {
@@ -118,16 +113,14 @@ int runMove(const Arguments& arguments, std::ostream& out) {
   // take() copies the node's files out but leaves its old directory, the old listing and
   // the old parent's relay behind; a move must not.
   const QString oldPath = node->path();
+  // Owned here until the target takes it, should the old directory's removal throw.
   std::unique_ptr<KR::BoxLibraryNode> taken(node->take());
   edit.library().projectModel()->remove(oldPath);
   oldParent->saveFolder();
   QObject::disconnect(taken.get(), &KR::BoxLibraryNode::dataChanged, oldParent,
                       &KR::BoxLibraryNode::dataChanged);
-  target->insertChild(index, taken.get());
-  const KR::BoxLibraryNode* moved = taken.release();
-  edit.commit();
-  out << displayPath(*moved) << '\n';
-  return 0;
+  target->insertChild(index, taken.release());
+  return edit.commit(displayPath(*node), out);
 }
 
 int runRemove(const Arguments& arguments, std::ostream& out) {
@@ -137,18 +130,14 @@ int runRemove(const Arguments& arguments, std::ostream& out) {
   const std::string path = displayPath(*node);
   node->parent()->removeChild(node->index());
   delete node;
-  edit.commit();
-  out << path << '\n';
-  return 0;
+  return edit.commit(path, out);
 }
 
 int runSetTooltip(const Arguments& arguments, std::ostream& out) {
   Edit edit(arguments[0]);
   KR::BoxLibraryNode* box = findBox(edit.library(), arguments[1]);
   box->boxData()->setTooltip(QString::fromUtf8(arguments[2].c_str()));
-  edit.commit();
-  out << displayPath(*box) << '\n';
-  return 0;
+  return edit.commit(displayPath(*box), out);
 }
 
 }  // namespace krbox
