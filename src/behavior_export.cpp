@@ -54,11 +54,12 @@ XmlElement::Ptr readCopiedBox(const std::string& directory) {
   return box;
 }
 
-void writeBehaviorDocument(const std::string& path, const XmlElement& box) {
+// box is the caller's own element, read for this document; it is adopted, not copied.
+void writeBehaviorDocument(const std::string& path, const XmlElement::Ptr& box) {
   auto root = boost::make_shared<XmlElement>(BoxConstants::a_projectTag);
   root->setAttribute(kSchemaAttribute, BoxConstants::a_projectXsd, true);
   root->setAttribute(kVersionAttribute, Serial::save(kExportedBxdVersion), true);
-  root->addChild(box.clone());
+  root->addChild(box);
   const XmlDocument document(root);
   FILE* file = zu::os::fopen(path.c_str(), "wb");
   if (!file)
@@ -87,7 +88,7 @@ void exportBehavior(zu::project::ProjectModel& model, const QDir& destination, c
     zu::project::remove(utf8Directory + '/' + kBoxFile);
   } catch (const std::exception&) {
   }
-  writeBehaviorDocument(utf8Directory + '/' + kBehaviorFile, *box);
+  writeBehaviorDocument(utf8Directory + '/' + kBehaviorFile, box);
   zu::project::BehaviorProject(project).setName(projectName);
 }
 

@@ -61,9 +61,9 @@ XmlElement::Ptr BoxLibraryNode::loadBox() const {
   std::fclose(file);
   if (!document || !document->root() || !isCurrentBoxFile(*document->root()))
     return XmlElement::Ptr();
-  // The caller gets its own copy, free to change without touching the file.
-  const XmlElement::Ptr box = document->root()->firstChild(BoxConstants::a_boxBeacon);
-  return box ? box->clone() : XmlElement::Ptr();
+  // The document dies here, so its box element is the caller's own without a copy: free to
+  // change without touching the file.
+  return document->root()->firstChild(BoxConstants::a_boxBeacon);
 }
 
 QByteArray BoxLibraryNode::loadBoxData() const {

@@ -9,6 +9,8 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
+#include <sys/stat.h>
+
 #include "project_fixtures.h"
 
 using zu::project::BehaviorProject;
@@ -80,6 +82,33 @@ TEST(ProjectDescription, MetadataNameAndTagsAreWrittenAtOnceAndKeepEachOther) {
   EXPECT_THROW(BehaviorProject(Project(missing)).setName("x"), zu::project::PathNotFound);
   EXPECT_THROW(BehaviorProject(Project(missing)).addTag("x"), zu::project::PathNotFound);
   EXPECT_FALSE(QFileInfo::exists(QString::fromStdString(missing)));
+}
+
+// Exporting rewrites the type, version and name a behavior usually has already; a value
+// that is there stays on disk untouched (same inode), anything else is written.
+TEST(ProjectDescription, AValueAlreadyThereIsNotWrittenAgain) {
+  QTemporaryDir tmp;
+  ASSERT_TRUE(tmp.isValid());
+  const std::string directory = tmp.path().toStdString();
+  const std::string file = directory + "/.metadata";
+  auto inode = [&] {
+    struct stat info {};
+    return ::stat(file.c_str(), &info) == 0 ? info.st_ino : 0;
+  };
+  Project project(directory);
+  BehaviorProject behavior(project);
+  project.setMetadata("Type", "behavior");
+  behavior.setName("Walk");
+  const auto written = inode();
+  project.setMetadata("Type", "behavior");
+  behavior.setName("Walk");
+  EXPECT_EQ(inode(), written);
+
+  project.setMetadata("Version", "");
+  behavior.setName("Run");
+  EXPECT_NE(inode(), written);
+  EXPECT_EQ(metadataFile(tmp.path()), (Entries{{"Type", "behavior"}, {"Version", ""}}));
+  EXPECT_EQ(behavior.name(), "Run");
 }
 
 TEST(DiskRemove, RemovesFilesTreesAndLinksButNeverWhatLinksPointAt) {

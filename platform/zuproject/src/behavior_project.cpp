@@ -15,6 +15,8 @@ BehaviorProject::BehaviorProject(const Project& project) : m_project(project) {}
 void BehaviorProject::setName(const std::string& name) {
   detail::editMetadataFile(m_project, [&](const KR::XmlElement::Ptr& root) {
     KR::XmlElement::Ptr element = root->firstChild(kName);
+    if (element && element->hasText() && element->text() == name)
+      return false;
     if (!element) {
       element.reset(new KR::XmlElement(kName));
       root->addChild(element);

@@ -27,12 +27,16 @@ void Project::setMetadata(const QString& key, const QString& value) {
   detail::editMetadataFile(*this, [&](const KR::XmlElement::Ptr& root) {
     const std::string keyText = detail::toUtf8(key);
     KR::XmlElement::Ptr entry = detail::findEntry(root, keyText);
+    const std::string valueText = detail::toUtf8(value);
+    // Rewriting a value it already has would only cost a write.
+    if (entry && entry->hasAttribute("value") && entry->attribute("value", "") == valueText)
+      return false;
     if (!entry) {
       entry.reset(new KR::XmlElement("Entry"));
       entry->setAttribute("key", keyText, true);
       root->addChild(entry);
     }
-    entry->setAttribute("value", detail::toUtf8(value), false);
+    entry->setAttribute("value", valueText, false);
     return true;
   });
 }

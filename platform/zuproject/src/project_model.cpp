@@ -58,7 +58,11 @@ ProjectModel::ProjectModel(const ProjectModel& other) : QObject(nullptr), d(new 
   d->sourceFormat = other.d->sourceFormat;
 }
 
-ProjectModel::~ProjectModel() = default;
+ProjectModel::~ProjectModel() {
+  // std::filesystem removes a tree with fewer system calls than QTemporaryDir, which stats
+  // every entry first; it then only has the empty top left to remove.
+  d->clear();
+}
 
 void ProjectModel::load(const QString& path, ArchiveFormat format) {
   d->clear();
