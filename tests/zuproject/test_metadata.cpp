@@ -104,9 +104,10 @@ TEST(ProjectDescription, AValueAlreadyThereIsNotWrittenAgain) {
   behavior.setName("Walk");
   EXPECT_EQ(inode(), written);
 
+  // Checked right after one write: a second one could reuse the first file's inode.
   project.setMetadata("Version", "");
-  behavior.setName("Run");
   EXPECT_NE(inode(), written);
+  behavior.setName("Run");
   EXPECT_EQ(metadataFile(tmp.path()), (Entries{{"Type", "behavior"}, {"Version", ""}}));
   EXPECT_EQ(behavior.name(), "Run");
 }

@@ -1,0 +1,207 @@
+// krbox-bench: times the library's file operations and edits on generated libraries of
+// growing size, each beside the least work the same job needs, and reports the targets.
+
+#include "library_generator.h"
+#include "operations.h"
+#include "process.h"
+#include "report.h"
+
+#include <krboxlibrary/box_library.h>
+#include <zu/project/project_model.h>
+
+#include <benchmark/benchmark.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QTemporaryDir>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace krbench;
+
+const char kUsage[] =
+    "usage: krbox-bench [--library BOXES[:FANOUT:DEPTH | :flat]]... [--repetitions N]\n"
+    "                   [--edit-iterations N] [--reference-boxes N] [--json FILE]\n"
+    "                   [--work DIR] [--benchmark_filter=REGEX]\n"
+    "Without --library it runs the series 1000:10:2 10000:10:3 50000:10:3 20000:flat.\n";
+
+struct Options {
+  std::vector<LibraryShape> shapes;
+  RunCounts counts;
+  int referenceBoxes = 1000;
+  std::string json;
+  std::string work;
+};
+
+int positive(const std::string& text, const char* what) {
+  size_t used = 0;
+  int value = 0;
+  try {
+    value = std::stoi(text, &used);
+  } catch (const std::exception&) {
+    used = 0;
+  }
+  if (used != text.size() || value < 1)
+    throw std::invalid_argument(std::string(what) + " must be a positive number, not \"" + text +
+                                "\"");
+  return value;
+}
+
+// "BOXES", "BOXES:FANOUT:DEPTH" or "BOXES:flat".
+LibraryShape parseShape(const std::string& text) {
+  LibraryShape shape;
+  const size_t colon = text.find(':');
+  shape.boxes = positive(text.substr(0, colon), "BOXES");
+  if (colon == std::string::npos)
+    return shape;
+  const std::string rest = text.substr(colon + 1);
+  if (rest == "flat") {
+    shape.fanOut = shape.depth = 1;
+    return shape;
+  }
+  const size_t second = rest.find(':');
+  if (second == std::string::npos)
+    throw std::invalid_argument("--library takes BOXES:FANOUT:DEPTH, not \"" + text + "\"");
+  shape.fanOut = positive(rest.substr(0, second), "FANOUT");
+  shape.depth = positive(rest.substr(second + 1), "DEPTH");
+  return shape;
+}
+
+Options parseOptions(int argc, char** argv) {
+  Options options;
+  for (int i = 1; i < argc; ++i) {
+    const std::string flag = argv[i];
+    if (i + 1 >= argc)
+      throw std::invalid_argument("unknown or incomplete option \"" + flag + "\"");
+    const std::string value = argv[++i];
+    if (flag == "--library")
+      options.shapes.push_back(parseShape(value));
+    else if (flag == "--repetitions")
+      options.counts.repetitions = positive(value, "--repetitions");
+    else if (flag == "--edit-iterations")
+      options.counts.editIterations = positive(value, "--edit-iterations");
+    else if (flag == "--reference-boxes")
+      options.referenceBoxes = positive(value, "--reference-boxes");
+    else if (flag == "--json")
+      options.json = value;
+    else if (flag == "--work")
+      options.work = value;
+    else
+      throw std::invalid_argument("unknown option \"" + flag + "\"");
+  }
+  if (options.shapes.empty())
+    options.shapes = {parseShape("1000:10:2"), parseShape("10000:10:3"), parseShape("50000:10:3"),
+                      parseShape("20000:flat")};
+  return options;
+}
+
+class Stopwatch {
+public:
+  double seconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+  }
+
+private:
+  std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+};
+
+std::string shapeName(const LibraryShape& shape) {
+  const bool flat = shape.fanOut == 1 && shape.depth == 1;
+  return (flat ? "flat-" : "nested-") + std::to_string(shape.boxes);
+}
+
+// Writes the library in directory form, then the same files as a zip.
+LibraryUnderTest prepare(const std::string& name, const LibraryShape& shape,
+                         const std::string& work) {
+  LibraryUnderTest library;
+  library.name = name;
+  library.shape = shape;
+  const std::string base = work + "/" + name;
+  fs::create_directories(base + "/scratch");
+  library.directory = base + "/library";
+  library.zip = base + "/library.lbf";
+  library.scratch = base + "/scratch";
+  const Stopwatch watch;
+  std::cerr << "generating " << name << "..." << std::flush;
+  library.generated = generateLibrary(library.directory, shape);
+  zu::project::ProjectModel model;
+  model.load(QString::fromStdString(library.directory), zu::project::ArchiveFormat_Directory);
+  model.save(QString::fromStdString(library.zip), zu::project::ArchiveFormat_Zip, false);
+  std::cerr << " " << watch.seconds() << " s" << std::endl;
+  return library;
+}
+
+void runRegistered(Collector& collector) {
+  benchmark::RunSpecifiedBenchmarks(&collector);
+  benchmark::ClearRegisteredBenchmarks();
+}
+
+int run(int argc, char** argv) {
+  const Options options = parseOptions(argc, argv);
+  QTemporaryDir work(
+      (options.work.empty() ? QDir::tempPath() : QString::fromStdString(options.work)) +
+      "/krbox-bench-XXXXXX");
+  if (!work.isValid())
+    throw std::runtime_error("cannot create a work directory: " + work.errorString().toStdString());
+  const std::string workPath = work.path().toStdString();
+  const std::string self = fs::canonical("/proc/self/exe").string();
+
+  Collector collector;
+  Results results;
+  results.counts = options.counts;
+  results.collector = &collector;
+  results.referenceBoxes = options.referenceBoxes;
+  results.referenceName = "reference-" + std::to_string(options.referenceBoxes);
+  {
+    LibraryShape shape;
+    shape.boxes = options.referenceBoxes;
+    const LibraryUnderTest reference = prepare(results.referenceName, shape, workPath);
+    KR::BoxLibrary opened(QString::fromStdString(reference.directory), true);
+    registerEdits(reference.name, opened, options.counts);
+    runRegistered(collector);
+    fs::remove_all(workPath + "/" + reference.name);
+  }
+  for (const LibraryShape& shape : options.shapes) {
+    LibraryResult result;
+    result.library = prepare(shapeName(shape), shape, workPath);
+    result.memory = probeMemory(self, result.library.zip);
+    {
+      const auto opened = registerFileOperations(result.library, options.counts);
+      registerEdits(result.library.name, *opened, options.counts);
+      runRegistered(collector);
+    }
+    fs::remove_all(workPath + "/" + result.library.name);
+    results.libraries.push_back(result);
+  }
+  printReport(std::cout, results);
+  if (!options.json.empty())
+    writeJson(options.json, results);
+  return collector.failed() ? 1 : 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 3 && std::strcmp(argv[1], kMemoryProbeFlag) == 0)
+    return runMemoryProbe(argv[2]);
+  QCoreApplication application(argc, argv);
+  benchmark::Initialize(&argc, argv);
+  try {
+    return run(argc, argv);
+  } catch (const std::invalid_argument& error) {
+    std::cerr << "krbox-bench: " << error.what() << "\n" << kUsage;
+    return 2;
+  } catch (const std::exception& error) {
+    std::cerr << "krbox-bench: " << error.what() << std::endl;
+    return 1;
+  }
+}

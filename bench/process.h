@@ -1,0 +1,34 @@
+#ifndef KRBOX_BENCH_PROCESS_H
+#define KRBOX_BENCH_PROCESS_H
+
+#include <string>
+#include <vector>
+
+namespace krbench {
+
+// Runs a program found in PATH with its arguments, in directory when one is given, and
+// returns what it printed; throws when it cannot start or does not exit with 0.
+std::string runProgram(const std::vector<std::string>& arguments,
+                       const std::string& directory = std::string());
+
+// The peak resident size of this process so far (VmHWM), in KiB.
+long peakResidentKiB();
+
+struct PeakMemory {
+  long beforeKiB = 0;  // the peak before the library was opened
+  long afterKiB = 0;   // the peak once it is open and its tree read
+  int boxes = 0;       // the boxes the opened tree holds
+};
+
+// Opens library in a fresh process (this program, started with memoryProbeFlag), so that
+// nothing measured before inflates the peak.
+PeakMemory probeMemory(const std::string& self, const std::string& library);
+
+// The child's side: opens the library, prints its PeakMemory, returns the exit status.
+int runMemoryProbe(const std::string& library);
+
+inline const char kMemoryProbeFlag[] = "--memory-probe";
+
+}  // namespace krbench
+
+#endif

@@ -1,0 +1,28 @@
+#include "tree_walk.h"
+
+#include <krboxlibrary/box_data.h>
+#include <krboxlibrary/box_library_node.h>
+
+#include <benchmark/benchmark.h>
+
+namespace krbench {
+
+TreeCount readWholeTree(const KR::BoxLibraryNode& node) {
+  TreeCount count;
+  size_t seen = node.name().size() + (node.isExpanded() ? 1 : 0);
+  if (const auto data = node.boxData()) {
+    ++count.boxes;
+    seen += static_cast<size_t>(data->tooltip().size() + data->bitmaps().size());
+  } else {
+    ++count.folders;
+  }
+  for (const KR::BoxLibraryNode* child : node.childList()) {
+    const TreeCount below = readWholeTree(*child);
+    count.boxes += below.boxes;
+    count.folders += below.folders;
+  }
+  benchmark::DoNotOptimize(seen);
+  return count;
+}
+
+}  // namespace krbench
