@@ -115,8 +115,7 @@ private:
 };
 
 std::string shapeName(const LibraryShape& shape) {
-  const bool flat = shape.fanOut == 1 && shape.depth == 1;
-  return (flat ? "flat-" : "nested-") + std::to_string(shape.boxes);
+  return (shape.isFlat() ? "flat-" : "nested-") + std::to_string(shape.boxes);
 }
 
 // Writes the library in directory form, then the same files as a zip.

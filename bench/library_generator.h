@@ -14,6 +14,8 @@ struct LibraryShape {
   int fanOut = 10;
   int depth = 2;
   std::uint32_t seed = 20261121;
+  // Whether every box is in one folder.
+  bool isFlat() const { return fanOut == 1 && depth == 1; }
 };
 
 // What was written, for the benchmark's per-box figures.

@@ -56,12 +56,19 @@ std::string thousands(long value) {
 }
 
 std::string label(const LibraryUnderTest& library) {
-  const bool flat = library.shape.fanOut == 1 && library.shape.depth == 1;
-  return (flat ? "flat " : "nested ") + thousands(library.shape.boxes);
+  return (library.shape.isFlat() ? "flat " : "nested ") + thousands(library.shape.boxes);
 }
 
 std::string key(const std::string& library, const char* operation) {
   return library + "/" + operation;
+}
+
+// An operation of library and its baseline: the library's own, or the reference's for edits.
+std::pair<Figure, Figure> compared(const Results& results, const LibraryUnderTest& library,
+                                   const Comparison& row) {
+  const Collector& figures = *results.collector;
+  return {figures.figure(key(library.name, row.operation)),
+          figures.figure(key(row.edit ? results.referenceName : library.name, row.baseline))};
 }
 
 double perBoxKiB(const PeakMemory& memory) {
@@ -84,7 +91,7 @@ double ratio(const Figure& a, const Figure& b) {
 const LibraryResult* libraryWithBoxes(const Results& results, int boxes, bool flat) {
   for (const LibraryResult& result : results.libraries) {
     const LibraryShape& shape = result.library.shape;
-    if (shape.boxes == boxes && (shape.fanOut == 1 && shape.depth == 1) == flat)
+    if (shape.boxes == boxes && shape.isFlat() == flat)
       return &result;
   }
   return nullptr;
@@ -207,7 +214,6 @@ Figure Collector::figure(const std::string& name) const {
 }
 
 void printReport(std::ostream& out, const Results& results) {
-  const Collector& figures = *results.collector;
   char line[256];
   out << "\nEach time is the median of " << results.counts.repetitions
       << " runs [min-max]; an edit run is " << results.counts.editIterations
@@ -226,9 +232,7 @@ void printReport(std::ostream& out, const Results& results) {
                   "library [min-max]", "baseline", "baseline [min-max]", "ratio", "per box");
     out << line;
     for (const Comparison& row : kComparisons) {
-      const Figure mine = figures.figure(key(library.name, row.operation));
-      const Figure base =
-          figures.figure(key(row.edit ? results.referenceName : library.name, row.baseline));
+      const auto [mine, base] = compared(results, library, row);
       auto cell = [](const Figure& figure) {
         if (!figure.measured())
           return figure.error.empty() ? std::string("not measured") : "failed: " + figure.error;
@@ -264,15 +268,12 @@ void printReport(std::ostream& out, const Results& results) {
 }
 
 void writeJson(const std::string& path, const Results& results) {
-  const Collector& figures = *results.collector;
   QJsonArray libraries;
   for (const LibraryResult& result : results.libraries) {
     const LibraryUnderTest& library = result.library;
     QJsonObject operations;
     for (const Comparison& row : kComparisons) {
-      const Figure mine = figures.figure(key(library.name, row.operation));
-      const Figure base =
-          figures.figure(key(row.edit ? results.referenceName : library.name, row.baseline));
+      const auto [mine, base] = compared(results, library, row);
       QJsonObject entry = figureJson(mine);
       entry["baseline"] = figureJson(base);
       entry["baseline_command"] = row.baselineTitle;
