@@ -14,6 +14,7 @@ namespace KR {
 /// deeper than maxDepth() are refused, so hostile input cannot exhaust memory or stack.
 class KRSERIAL_EXPORT XmlDocument {
 public:
+  /// Shared handle of a document.
   typedef boost::shared_ptr<XmlDocument> Ptr;
 
   /// Makes a document with this root (none by default).

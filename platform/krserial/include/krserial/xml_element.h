@@ -13,7 +13,9 @@ namespace KR {
 /// An XML element: a name, attributes in order and child nodes in order, all UTF-8.
 class KRSERIAL_EXPORT XmlElement : public XmlNode {
 public:
+  /// Shared handle of an element.
   typedef boost::shared_ptr<XmlElement> Ptr;
+  /// Shared handle of an element that is only read.
   typedef boost::shared_ptr<const XmlElement> ConstPtr;
 
   /// Makes an element with this name, no attributes and no children.

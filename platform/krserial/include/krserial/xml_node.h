@@ -19,8 +19,11 @@ public:
   Type type() const { return m_type; }
 
 protected:
+  /// A node of the given kind; only the concrete node classes make one.
   explicit XmlNode(Type type) : m_type(type) {}
+  /// Copies the kind; the concrete classes copy the rest.
   XmlNode(const XmlNode&) = default;
+  /// Copies the kind; the concrete classes copy the rest.
   XmlNode& operator=(const XmlNode&) = default;
 
 private:

@@ -10,6 +10,7 @@ namespace KR {
 /// A character node: plain text, a CDATA section or a comment, holding UTF-8 text.
 class KRSERIAL_EXPORT XmlText : public XmlNode {
 public:
+  /// Shared handle of a text node.
   typedef boost::shared_ptr<XmlText> Ptr;
 
   /// Makes a node of the given type (Text, CData or Comment; Element is taken as Text).
