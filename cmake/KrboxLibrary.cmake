@@ -8,8 +8,10 @@ function(krbox_add_library name)
   cmake_parse_arguments(ARG "" "EXPORT_HEADER" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
   add_library(${name} SHARED ${ARG_SOURCES})
   add_library(krbox::${name} ALIAS ${name})
+  # Installed libraries find each other beside themselves, wherever the prefix is.
   set_target_properties(${name} PROPERTIES
-    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} AUTOMOC ON)
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} AUTOMOC ON
+    INSTALL_RPATH "$ORIGIN")
   string(TOUPPER ${name} upper)
   generate_export_header(${name} BASE_NAME ${name} EXPORT_MACRO_NAME ${upper}_EXPORT
     EXPORT_FILE_NAME ${CMAKE_CURRENT_BINARY_DIR}/generated/${ARG_EXPORT_HEADER})

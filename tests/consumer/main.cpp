@@ -2,12 +2,17 @@
 #include <krboxlibrary/box_constants.h>
 #include <krboxlibrary/box_data.h>
 #include <krboxlibrary/box_library.h>
+#include <krboxlibrary/krboxlibrary_version.h>
 #include <krserial/xml_document.h>
 #include <zu/log.h>
 #include <zu/project/project_model.h>
 
 #include <cstring>
 #include <iostream>
+
+static_assert(KRBOXLIBRARY_VERSION >= KRBOXLIBRARY_VERSION_CHECK(0, 1, 0) &&
+                  KRBOXLIBRARY_VERSION < KRBOXLIBRARY_VERSION_CHECK(1, 0, 0),
+              "the installed version header");
 
 int main() {
   KR::BoxLibrary library;

@@ -1,5 +1,6 @@
-# Installs the build tree into a fresh prefix, then builds and runs the consumer program
-# against it, through find_package and through pkg-config.
+# Installs the build tree into a fresh prefix that is no system directory, then builds the
+# consumer program against it through find_package and through pkg-config, and runs it and
+# the installed krbox with an empty environment: the run paths alone must find the libraries.
 cmake_minimum_required(VERSION 3.18)
 
 function(run)
@@ -11,34 +12,44 @@ function(run)
   set(last_output "${out}" PARENT_SCOPE)
 endfunction()
 
+# Runs a program of the prefix with nothing in its environment, and checks what it prints.
+function(run_clean expected)
+  run(env -i ${ARGN})
+  if(NOT last_output MATCHES "${expected}")
+    string(REPLACE ";" " " command "${ARGN}")
+    message(FATAL_ERROR "${command} printed: ${last_output}")
+  endif()
+endfunction()
+
 set(prefix ${WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${WORK_DIR})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 
 string(REPLACE ";" " " flags "${EXTRA_FLAGS}")
-run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${prefix}
-    -DCMAKE_CXX_COMPILER=${CXX} "-DCMAKE_CXX_FLAGS=${flags}"
-    "-DCMAKE_EXE_LINKER_FLAGS=${flags}" "-DCMAKE_BUILD_RPATH=${prefix}/lib")
+run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/build -G "${GENERATOR}"
+    -DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM} -DCMAKE_PREFIX_PATH=${prefix}
+    -DCMAKE_CXX_COMPILER=${CXX} "-DCMAKE_CXX_FLAGS=${flags}" "-DCMAKE_EXE_LINKER_FLAGS=${flags}")
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-file(GLOB libdirs LIST_DIRECTORIES true ${prefix}/lib*)
-set(ENV{LD_LIBRARY_PATH} "${libdirs}")
-run(${WORK_DIR}/build/consumer)
-if(NOT last_output MATCHES "consumer ok")
-  message(FATAL_ERROR "consumer built with CMake printed: ${last_output}")
+run_clean("consumer ok" ${WORK_DIR}/build/consumer)
+
+if(KRBOX)
+  get_filename_component(name ${KRBOX} NAME)
+  run_clean("^Robot Basics\n  \\[-\\] Motions" ${prefix}/bin/${name} tree "${EXAMPLES}/Robot Basics.lbf")
 endif()
 
-# The same program through pkg-config.
+# The same program through pkg-config, with the flags the README gives for a prefix that is
+# not on the loader's path.
 find_program(PKG_CONFIG pkg-config REQUIRED)
 file(GLOB_RECURSE pcfile ${prefix}/*/krboxlibrary.pc)
 get_filename_component(pcdir "${pcfile}" DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} "${pcdir}")
 run(${PKG_CONFIG} --cflags --libs krboxlibrary)
 string(STRIP "${last_output}" pkgflags)
+run(${PKG_CONFIG} --variable=libdir krboxlibrary)
+string(STRIP "${last_output}" libdir)
 separate_arguments(pkgflags UNIX_COMMAND "${pkgflags}")
 separate_arguments(extra UNIX_COMMAND "${flags}")
-run(${CXX} -std=c++17 -fPIC ${extra} ${CONSUMER_DIR}/main.cpp -o ${WORK_DIR}/consumer-pc ${pkgflags})
-run(${WORK_DIR}/consumer-pc)
-if(NOT last_output MATCHES "consumer ok")
-  message(FATAL_ERROR "consumer built with pkg-config printed: ${last_output}")
-endif()
+run(${CXX} -std=c++17 ${extra} ${CONSUMER_DIR}/main.cpp -o ${WORK_DIR}/consumer-pc ${pkgflags}
+    -Wl,-rpath,${libdir})
+run_clean("consumer ok" ${WORK_DIR}/consumer-pc)
 message(STATUS "install and consume: ok")
