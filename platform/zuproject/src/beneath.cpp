@@ -194,8 +194,14 @@ bool Beneath::makeDirs(const std::string& path) {
     errno = ENOTDIR;
     return false;
   }
-  if (::mkdirat(parent, name.c_str(), 0755) != 0 && errno != EEXIST)
-    return false;
+  if (::mkdirat(parent, name.c_str(), 0755) != 0) {
+    // A link or special file where a directory belongs is replaced, never followed.
+    struct stat info;
+    if (errno != EEXIST || ::fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
+        S_ISREG(info.st_mode) || S_ISDIR(info.st_mode) ||
+        ::unlinkat(parent, name.c_str(), 0) != 0 || ::mkdirat(parent, name.c_str(), 0755) != 0)
+      return false;
+  }
   if (dir(path) < 0) {
     errno = ENOTDIR;
     return false;

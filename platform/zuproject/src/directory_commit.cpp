@@ -120,6 +120,9 @@ bool apply(Beneath& files, int pending, const std::vector<Op>& ops) {
       case 'P':
         if (existsAt(pending, op.first)) {
           const int to = files.dir(parent);
+          // A link the source had there is replaced, never followed.
+          if (to >= 0 && op.type == 'M' && files.kind(target) == Kind::None)
+            ::unlinkat(to, name.c_str(), 0);
           stepOk = to >= 0 && ::renameat(pending, op.first.c_str(), to, name.c_str()) == 0;
           files.forget();
         }
