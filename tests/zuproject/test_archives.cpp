@@ -281,7 +281,7 @@ TEST_P(SaveFailureEachForm, KeepsThePreviousTargetAndLeavesNoTemporaries) {
   EXPECT_EQ(diskSnapshot(tmp.path()), before);
   EXPECT_EQ(model.getSourcePath(), target);
   EXPECT_EQ(model.getSourceFormat(), form.format);
-  // Nothing of the working copy may be lost by a failed save.
+  // Nothing the model holds may be lost by a failed save.
   EXPECT_EQ(model.readFile("big.bin"), big);
 }
 

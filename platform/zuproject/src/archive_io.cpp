@@ -77,7 +77,7 @@ std::string reason(archive* a) {
   return text ? text : "unknown archive error";
 }
 
-// The entry's path relative to the working copy, or a CorruptedFile for one that could
+// The entry's path relative to the extraction root, or a CorruptedFile for one that could
 // land outside it.
 std::string safeEntryPath(const std::string& archiveName, const char* raw) {
   const std::string path = raw ? raw : "";

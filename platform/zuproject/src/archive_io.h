@@ -15,7 +15,7 @@ namespace detail {
 /// Extracts an archive into the empty directory root and returns its form (Auto for a form
 /// that can be read but not written). Throws UnsupportedFormat for a file that is no
 /// archive, CorruptedFile for a damaged one or one with an absolute, ".." or link entry,
-/// and Exception when the working copy cannot be written.
+/// and Exception when scratch cannot be written.
 ArchiveFormat extractArchive(const std::filesystem::path& archive,
                              const std::filesystem::path& root);
 

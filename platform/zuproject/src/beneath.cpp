@@ -13,6 +13,16 @@ namespace detail {
 namespace {
 constexpr std::size_t kCachedDirectories = 48;
 
+// A listing of an open directory through a descriptor of its own, so that the given one
+// keeps its position and stays open.
+DIR* openListing(int dirFd) {
+  const int own = ::openat(dirFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  DIR* stream = own >= 0 ? ::fdopendir(own) : nullptr;
+  if (!stream && own >= 0)
+    ::close(own);
+  return stream;
+}
+
 Kind kindOf(mode_t mode) {
   return S_ISREG(mode) ? Kind::File : S_ISDIR(mode) ? Kind::Dir : Kind::None;
 }
@@ -115,8 +125,7 @@ int Beneath::openFile(const std::string& path) {
     ::close(fd);
     return -1;
   }
-  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-  return fd;
+  return fd;  // O_NONBLOCK changes nothing for a regular file
 }
 
 std::optional<std::string> readAll(int fd, std::uint64_t limit) {
@@ -156,14 +165,9 @@ std::vector<Listed> Beneath::list(const std::string& path) {
   const int fd = dir(path);
   if (fd < 0)
     return entries;
-  // The cached descriptor keeps its own position; the listing reads a fresh one.
-  const int own = ::openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  DIR* stream = own >= 0 ? ::fdopendir(own) : nullptr;
-  if (!stream) {
-    if (own >= 0)
-      ::close(own);
+  DIR* stream = openListing(fd);
+  if (!stream)
     return entries;
-  }
   const bool top = path.empty();
   while (const dirent* entry = ::readdir(stream)) {
     const std::string name = entry->d_name;
@@ -223,13 +227,9 @@ int Beneath::createFile(const std::string& path, bool truncate) {
 }
 
 bool removeContents(int dirFd) {
-  const int own = ::openat(dirFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  DIR* stream = own >= 0 ? ::fdopendir(own) : nullptr;
-  if (!stream) {
-    if (own >= 0)
-      ::close(own);
+  DIR* stream = openListing(dirFd);
+  if (!stream)
     return false;
-  }
   bool ok = true;
   while (const dirent* entry = ::readdir(stream)) {
     const char* name = entry->d_name;

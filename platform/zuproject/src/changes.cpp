@@ -21,6 +21,19 @@ std::error_code lastError() {
   return std::error_code(errno, std::generic_category());
 }
 
+// Writes a whole file below files; throws Exception naming what on failure.
+void putBeneath(Beneath& files, const std::string& path, const std::string& bytes,
+                const std::string& what) {
+  const int fd = files.createFile(path, true);
+  if (fd < 0 || !writeAll(fd, bytes.data(), bytes.size())) {
+    const std::error_code reason = lastError();
+    if (fd >= 0)
+      ::close(fd);
+    throwSystemError("Could not write " + what, reason);
+  }
+  ::close(fd);
+}
+
 bool plainDir(const Node& node) {
   return node.type == Node::Dir && !node.from && !node.opaque && node.local.empty();
 }
@@ -70,12 +83,14 @@ Scratch& Changes::scratch() const {
   return *m_scratch;
 }
 
-Place Changes::resolve(const std::string& path) const {
+Place Changes::resolve(const std::string& path, bool checkLast) const {
   Place place;
   place.under = m_source;
   if (m_nodes.empty()) {
     place.underPath = path;
-    place.kind = m_source ? m_source->kind(path) : path.empty() ? Kind::Dir : Kind::None;
+    place.kind = !m_source   ? (path.empty() ? Kind::Dir : Kind::None)
+                 : checkLast ? m_source->kind(path)
+                             : Kind::File;
     return place;
   }
   std::size_t end = 0;  // the current prefix is path.substr(0, end)
@@ -118,8 +133,10 @@ Place Changes::resolve(const std::string& path) const {
   }
   if (path.empty() && !place.under)
     place.kind = Kind::Dir;
+  else if (!place.under)
+    place.kind = Kind::None;
   else
-    place.kind = place.under ? place.under->kind(place.underPath) : Kind::None;
+    place.kind = checkLast ? place.under->kind(place.underPath) : Kind::File;
   return place;
 }
 
@@ -188,7 +205,7 @@ std::vector<Listed> Changes::list(const std::string& dir) const {
 }
 
 std::optional<std::string> Changes::read(const std::string& path) const {
-  const Place place = resolve(path);
+  const Place place = resolve(path, false);
   if (place.kind != Kind::File)
     return std::nullopt;
   if (!place.local.empty())
@@ -199,7 +216,7 @@ std::optional<std::string> Changes::read(const std::string& path) const {
 }
 
 FILE* Changes::openRead(const std::string& path) const {
-  const Place place = resolve(path);
+  const Place place = resolve(path, false);
   if (place.kind != Kind::File)
     return nullptr;
   if (!place.local.empty()) {
@@ -241,14 +258,7 @@ void Changes::writeFile(const std::string& path, std::string bytes) {
     place = resolve(path);
   }
   if (!place.local.empty()) {
-    const int fd = scratch().files().createFile(place.local, true);
-    if (fd < 0 || !writeAll(fd, bytes.data(), bytes.size())) {
-      const std::error_code reason = lastError();
-      if (fd >= 0)
-        ::close(fd);
-      throwSystemError("Could not write " + path, reason);
-    }
-    ::close(fd);
+    putBeneath(scratch().files(), place.local, bytes, path);
     return;
   }
   // Bytes the source already holds there are no change.
@@ -468,14 +478,7 @@ void writeTree(const Changes& view, const std::string& from, Beneath& target,
     const std::optional<std::string> bytes = view.read(from);
     if (!bytes)
       throw Exception("Could not read " + from);
-    const int fd = target.createFile(path, true);
-    if (fd < 0 || !writeAll(fd, bytes->data(), bytes->size())) {
-      const std::error_code reason = lastError();
-      if (fd >= 0)
-        ::close(fd);
-      throwSystemError("Could not write " + path, reason);
-    }
-    ::close(fd);
+    putBeneath(target, path, *bytes, path);
     return;
   }
   if (kind != Kind::Dir)

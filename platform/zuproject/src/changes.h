@@ -54,7 +54,9 @@ public:
   /// The scratch directory, made on first use.
   Scratch& scratch() const;
 
-  Place resolve(const std::string& path) const;
+  /// Where path leads. With checkLast false, a path read through a source keeps kind
+  /// File unchecked: the read itself tells, which saves a system call per file.
+  Place resolve(const std::string& path, bool checkLast = true) const;
   std::vector<Listed> list(const std::string& dir) const;
   std::optional<std::string> read(const std::string& path) const;
   FILE* openRead(const std::string& path) const;

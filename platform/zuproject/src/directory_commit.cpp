@@ -194,6 +194,7 @@ private:
   void putFile(const std::string& path, const std::optional<std::string>& basis);
   void writeSubtree(const std::string& path, const std::optional<std::string>& basis);
   std::string stage(const std::string& bytes);
+  void openPendingOnce();
 
   Changes& m_changes;
   DirectorySource& m_source;
@@ -256,14 +257,17 @@ void Planner::add(char type, const std::string& first, const std::string& second
   m_touched.push_back(type == 'M' || type == 'P' ? second : first);
 }
 
+void Planner::openPendingOnce() {
+  if (m_pending >= 0)
+    return;
+  finishPendingSave(m_files);
+  m_pending = openPending(m_files.rootFd(), true);
+  if (m_pending < 0)
+    throwSystemError("Could not prepare the save in " + m_source.root(), lastError());
+}
+
 std::string Planner::stage(const std::string& bytes) {
-  const int root = m_files.rootFd();
-  if (m_pending < 0) {
-    finishPendingSave(m_files);
-    m_pending = openPending(root, true);
-    if (m_pending < 0)
-      throwSystemError("Could not prepare the save in " + m_source.root(), lastError());
-  }
+  openPendingOnce();
   const std::string name = "f" + std::to_string(++m_count);
   const int fd = ::openat(m_pending, name.c_str(),
                           O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
@@ -377,13 +381,7 @@ void Planner::plan() {
 void Planner::run() {
   if (m_ops.empty())
     return;
-  const int root = m_files.rootFd();
-  if (m_pending < 0) {
-    finishPendingSave(m_files);
-    m_pending = openPending(root, true);
-    if (m_pending < 0)
-      throwSystemError("Could not prepare the save in " + m_source.root(), lastError());
-  }
+  openPendingOnce();
   // Other models reading this directory keep what they see.
   for (Changes* holder : m_source.holders()) {
     if (holder != &m_changes)
@@ -400,6 +398,7 @@ void Planner::run() {
     throwSystemError("Could not record the save in " + m_source.root(),
                      written ? lastError() : reason);
   // From here on the save is made, now or by the next load.
+  const int root = m_files.rootFd();
   const bool ok = apply(m_files, m_pending, m_ops);
   ::fsync(root);
   closePending(root, m_pending);

@@ -161,9 +161,9 @@ FILE* ProjectModel::fopen(const QString& path, const char* mode) {
   if (!file || file->empty() || !mode)
     return nullptr;
   Changes& changes = *d->changes;
-  const Kind kind = changes.resolve(*file).kind;
   if (!isWritingMode(mode))
     return mode[0] == 'r' ? changes.openRead(*file) : nullptr;
+  const Kind kind = changes.resolve(*file).kind;
   if (kind == Kind::Dir || (mode[0] == 'r' && kind != Kind::File))
     return nullptr;
   std::string initial;
