@@ -99,10 +99,17 @@ bool apply(Beneath& files, int pending, const std::vector<Op>& ops) {
   const int logFd = ::openat(pending, kDone, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
   std::set<std::string> changedDirs;
   bool ok = logFd >= 0;
+  // Repeating a removal or stash only matters once something was made in its place, so
+  // the log is flushed before each step that makes something, not after every entry.
+  bool unsynced = false;
   for (std::size_t i = 0; i < ops.size() && logFd >= 0; ++i) {
     const Op& op = ops[i];
     if (op.logged() && done.count(i))
       continue;
+    if (unsynced && !op.logged()) {
+      ::fdatasync(logFd);
+      unsynced = false;
+    }
     const std::string& target = op.type == 'M' || op.type == 'P' ? op.second : op.first;
     const auto [parent, name] = splitLast(target);
     changedDirs.insert(parent);
@@ -136,11 +143,17 @@ bool apply(Beneath& files, int pending, const std::vector<Op>& ops) {
     if (op.logged()) {
       const std::string line = std::to_string(i) + "\n";
       writeAll(logFd, line.data(), line.size());
-      ::fdatasync(logFd);
+      unsynced = true;
     }
   }
   if (logFd >= 0)
     ::close(logFd);
+  // The renames must be on disk before the record goes; past a few directories one
+  // filesystem flush is cheaper than one per directory.
+  if (changedDirs.size() > 8) {
+    ::syncfs(files.rootFd());
+    return ok;
+  }
   for (const std::string& dir : changedDirs) {
     const int fd = files.dir(dir);
     if (fd >= 0)
@@ -271,7 +284,8 @@ std::string Planner::stage(const std::string& bytes) {
   const std::string name = "f" + std::to_string(++m_count);
   const int fd = ::openat(m_pending, name.c_str(),
                           O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
-  const bool ok = fd >= 0 && writeAll(fd, bytes.data(), bytes.size()) && ::fsync(fd) == 0;
+  // Flushed all at once before the record is written (syncfs in run).
+  const bool ok = fd >= 0 && writeAll(fd, bytes.data(), bytes.size());
   const std::error_code reason = lastError();
   if (fd >= 0)
     ::close(fd);
@@ -387,14 +401,17 @@ void Planner::run() {
     if (holder != &m_changes)
       holder->preserve(&m_source, m_touched);
   }
+  // The staged files are on disk before the record that names them.
+  if (::syncfs(m_pending) != 0)
+    throwSystemError("Could not write in " + m_source.root(), lastError());
   const std::string record = serialize(m_ops);
   const int fd = ::openat(m_pending, kRecordNew, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   const bool written = fd >= 0 && writeAll(fd, record.data(), record.size()) && ::fsync(fd) == 0;
   const std::error_code reason = lastError();
   if (fd >= 0)
     ::close(fd);
-  if (!written || ::fsync(m_pending) != 0 ||
-      ::renameat(m_pending, kRecordNew, m_pending, kRecord) != 0 || ::fsync(m_pending) != 0)
+  if (!written || ::renameat(m_pending, kRecordNew, m_pending, kRecord) != 0 ||
+      ::fsync(m_pending) != 0)
     throwSystemError("Could not record the save in " + m_source.root(),
                      written ? lastError() : reason);
   // From here on the save is made, now or by the next load.
