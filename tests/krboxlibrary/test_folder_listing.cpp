@@ -101,7 +101,7 @@ TEST(FolderListing, StaleListingsAreReconciledAlikeFromDirectoriesAndZipsAndKept
   testutil::writeZipFixture(zip, kStale);
   expectReconciled(zip);
   expectReconciled(dir);
-  // Reconciling works on the working copy: the disk changes only when the library is saved.
+  // Reconciling works on the model: the disk changes only when the library is saved.
   EXPECT_EQ(testutil::readDiskFile(dir + "/Order/lbfinfo"), QByteArray(kOrderListing));
   {
     KR::BoxLibrary lib(dir);

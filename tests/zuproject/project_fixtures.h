@@ -54,8 +54,8 @@ inline std::string formName(const ::testing::TestParamInfo<Form>& info) {
 /// links and names that are not plain relative paths show up as differences.
 Tree savedTree(const QString& path, const Form& form);
 
-/// Points TMPDIR (and so every new working copy) at a directory while alive, so that
-/// whatever a model would write beside its working copy stays inside a test's own tree.
+/// Points TMPDIR (and so every new scratch directory) at a directory while alive, so that
+/// whatever a model would write beside its scratch stays inside a test's own tree.
 class ScopedTempRoot {
 public:
   explicit ScopedTempRoot(const QString& directory)

@@ -18,7 +18,7 @@ namespace krbox {
 
 namespace {
 
-// One edit of a library opened for writing. The library edits a working copy of its files;
+// One edit of a library opened for writing. The library holds its edits in its model;
 // the library on disk changes only in commit(), and not at all when the library reported a
 // failure while the edit was made. A committed edit prints the path of the node it touched.
 class Edit {

@@ -1,5 +1,6 @@
 #include "archive_io.h"
 
+#include "changes.h"
 #include "paths.h"
 
 #include <zu/project/exceptions.h>
@@ -16,6 +17,7 @@
 #include <cerrno>
 #include <clocale>
 #include <cstdio>
+#include <ctime>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -75,7 +77,7 @@ std::string reason(archive* a) {
   return text ? text : "unknown archive error";
 }
 
-// The entry's path relative to the working copy, or a CorruptedFile for one that could
+// The entry's path relative to the extraction root, or a CorruptedFile for one that could
 // land outside it.
 std::string safeEntryPath(const std::string& archiveName, const char* raw) {
   const std::string path = raw ? raw : "";
@@ -261,27 +263,19 @@ ArchiveFormat extractArchive(const fs::path& archivePath, const fs::path& root) 
   return format;
 }
 
-void writeArchive(const fs::path& root, const fs::path& target, ArchiveFormat format) {
+void writeArchive(const Changes& view, const fs::path& target, ArchiveFormat format) {
   const std::string name = target.string();
   const Utf8LocaleScope utf8;  // outlives the archive object below
   std::unique_ptr<archive, WriteCloser> a(archive_write_new());
   if (!a)
     throw Exception(name + ": out of memory");
-  int r = ARCHIVE_OK;
-  if (format == ArchiveFormat_Zip) {
-    r = archive_write_set_format_zip(a.get());
-    // Names are UTF-8 whatever the process locale is.
-    if (r == ARCHIVE_OK)
-      r = archive_write_set_options(a.get(), "hdrcharset=UTF-8");
-  } else {
-    r = archive_write_set_format_pax_restricted(a.get());
-    if (r == ARCHIVE_OK && format == ArchiveFormat_TarGz)
-      r = archive_write_add_filter_gzip(a.get());
-    else if (r == ARCHIVE_OK && format == ArchiveFormat_TarBz2)
-      r = archive_write_add_filter_bzip2(a.get());
-    else if (r == ARCHIVE_OK && format == ArchiveFormat_TarXz)
-      r = archive_write_add_filter_xz(a.get());
-  }
+  int r = archive_write_set_format_pax_restricted(a.get());
+  if (r == ARCHIVE_OK && format == ArchiveFormat_TarGz)
+    r = archive_write_add_filter_gzip(a.get());
+  else if (r == ARCHIVE_OK && format == ArchiveFormat_TarBz2)
+    r = archive_write_add_filter_bzip2(a.get());
+  else if (r == ARCHIVE_OK && format == ArchiveFormat_TarXz)
+    r = archive_write_add_filter_xz(a.get());
   if (r != ARCHIVE_OK)
     throw UnsupportedFormat(name + ": " + reason(a.get()));
 
@@ -297,55 +291,30 @@ void writeArchive(const fs::path& root, const fs::path& target, ArchiveFormat fo
   if (archive_write_open2(a.get(), &output, nullptr, writeToOutput, nullptr, nullptr) != ARCHIVE_OK)
     throw Exception("Could not write " + name + ": " + reason(a.get()));
 
-  // Entries in byte-wise order, so that the same project always gives the same archive.
-  std::vector<std::string> paths;
-  std::error_code error;
-  const size_t prefix = root.native().size() + 1;
-  for (fs::recursive_directory_iterator it(root, error), end; !error && it != end;
-       it.increment(error))
-    paths.push_back(it->path().native().substr(prefix));
-  if (error)
-    throwSystemError("Could not read " + root.string(), error);
-  std::sort(paths.begin(), paths.end());
-
   std::unique_ptr<archive_entry, void (*)(archive_entry*)> entry(archive_entry_new(),
                                                                  archive_entry_free);
-  std::vector<char> buffer(256 * 1024);
-  for (const std::string& relative : paths) {
+  const time_t now = ::time(nullptr);
+  // Entries in byte-wise order, so that the same project always gives the same archive.
+  for (const Listed& item : listTree(view, std::string(), true)) {
     if (output.error)
       break;  // the archive is closed below, then the failure reported
-    const fs::path source = root / relative;
-    struct stat info;
-    if (::lstat(source.c_str(), &info) != 0)
-      throwSystemError("Could not read " + source.string(),
-                       std::error_code(errno, std::generic_category()));
-    const bool isDir = S_ISDIR(info.st_mode);
-    if (!isDir && !S_ISREG(info.st_mode))
-      continue;
+    std::optional<std::string> bytes;
+    if (!item.dir) {
+      bytes = view.read(item.name);
+      if (!bytes)
+        throw Exception("Could not read " + item.name + " to save it");
+    }
     archive_entry_clear(entry.get());
     archive_entry_set_pathname_utf8(entry.get(),
-                                    isDir ? (relative + "/").c_str() : relative.c_str());
-    archive_entry_set_filetype(entry.get(), isDir ? AE_IFDIR : AE_IFREG);
-    archive_entry_set_perm(entry.get(), isDir ? 0755 : 0644);
-    archive_entry_set_size(entry.get(), isDir ? 0 : info.st_size);
-    archive_entry_set_mtime(entry.get(), info.st_mtim.tv_sec, info.st_mtim.tv_nsec);
+                                    item.dir ? (item.name + "/").c_str() : item.name.c_str());
+    archive_entry_set_filetype(entry.get(), item.dir ? AE_IFDIR : AE_IFREG);
+    archive_entry_set_perm(entry.get(), item.dir ? 0755 : 0644);
+    archive_entry_set_size(entry.get(), bytes ? static_cast<la_int64_t>(bytes->size()) : 0);
+    archive_entry_set_mtime(entry.get(), now, 0);
     if (archive_write_header(a.get(), entry.get()) < ARCHIVE_WARN)
       throw Exception("Could not write " + name + ": " + reason(a.get()));
-    if (isDir)
-      continue;
-    std::unique_ptr<FILE, FileCloser> in(std::fopen(source.c_str(), "rb"));
-    if (!in)
-      throwSystemError("Could not read " + source.string(),
-                       std::error_code(errno, std::generic_category()));
-    size_t count = 0;
-    while (output.error == 0 &&
-           (count = std::fread(buffer.data(), 1, buffer.size(), in.get())) > 0) {
-      if (archive_write_data(a.get(), buffer.data(), count) < 0)
-        throw Exception("Could not write " + name + ": " + reason(a.get()));
-    }
-    if (std::ferror(in.get()))
-      throwSystemError("Could not read " + source.string(),
-                       std::error_code(EIO, std::generic_category()));
+    if (bytes && !bytes->empty() && archive_write_data(a.get(), bytes->data(), bytes->size()) < 0)
+      throw Exception("Could not write " + name + ": " + reason(a.get()));
   }
   if (archive_write_close(a.get()) != ARCHIVE_OK)
     throw Exception("Could not write " + name + ": " + reason(a.get()));

@@ -15,14 +15,15 @@ namespace detail {
 /// Extracts an archive into the empty directory root and returns its form (Auto for a form
 /// that can be read but not written). Throws UnsupportedFormat for a file that is no
 /// archive, CorruptedFile for a damaged one or one with an absolute, ".." or link entry,
-/// and Exception when the working copy cannot be written.
+/// and Exception when scratch cannot be written.
 ArchiveFormat extractArchive(const std::filesystem::path& archive,
                              const std::filesystem::path& root);
 
-/// Writes every file and directory below root into a new archive at target, an existing
-/// empty file. Throws Exception with the reason on failure.
-void writeArchive(const std::filesystem::path& root, const std::filesystem::path& target,
-                  ArchiveFormat format);
+class Changes;
+
+/// Writes every file and directory of the view into a new tar archive (plain or
+/// compressed) at target, an existing empty file. Throws Exception with the reason.
+void writeArchive(const Changes& view, const std::filesystem::path& target, ArchiveFormat format);
 
 /// The archive form a file name asks for, or Auto when it names none.
 ArchiveFormat formatFromFileName(const std::string& fileName);

@@ -56,6 +56,27 @@ KR::XmlElement::Ptr findEntry(const KR::XmlElement::Ptr& root, const std::string
   return KR::XmlElement::Ptr();
 }
 
+QString entryValue(const KR::XmlElement::Ptr& root, const QString& key) {
+  const KR::XmlElement::Ptr entry = findEntry(root, toUtf8(key));
+  return entry ? QString::fromStdString(entry->attribute("value", "")) : QString("");
+}
+
+bool setEntry(const KR::XmlElement::Ptr& root, const QString& key, const QString& value) {
+  const std::string keyText = toUtf8(key);
+  KR::XmlElement::Ptr entry = findEntry(root, keyText);
+  const std::string valueText = toUtf8(value);
+  // Rewriting a value it already has would only cost a write.
+  if (entry && entry->hasAttribute("value") && entry->attribute("value", "") == valueText)
+    return false;
+  if (!entry) {
+    entry.reset(new KR::XmlElement(kEntry));
+    entry->setAttribute("key", keyText, true);
+    root->addChild(entry);
+  }
+  entry->setAttribute("value", valueText, false);
+  return true;
+}
+
 }  // namespace detail
 
 std::string serializeMetadata(const std::map<std::string, std::string>& entries) {

@@ -28,6 +28,10 @@ void editMetadataFile(const Project& project,
                       const std::function<bool(const KR::XmlElement::Ptr& root)>& edit);
 /// The "Entry" element for key, null when there is none.
 KR::XmlElement::Ptr findEntry(const KR::XmlElement::Ptr& root, const std::string& key);
+/// The value of key in a ".metadata" document; "" when unset.
+QString entryValue(const KR::XmlElement::Ptr& root, const QString& key);
+/// Sets key to value, keeping everything else; false when it already had that value.
+bool setEntry(const KR::XmlElement::Ptr& root, const QString& key, const QString& value);
 
 }  // namespace detail
 }  // namespace project

@@ -17,28 +17,13 @@ std::string Project::metadataPath() const {
 }
 
 QString Project::metadata(const QString& key) const {
-  const KR::XmlElement::Ptr entry =
-      detail::findEntry(detail::readMetadataFile(metadataPath()), detail::toUtf8(key));
-  return entry ? QString::fromStdString(entry->attribute("value", "")) : QString("");
+  return detail::entryValue(detail::readMetadataFile(metadataPath()), key);
 }
 
 void Project::setMetadata(const QString& key, const QString& value) {
   // Only this entry changes, so what others wrote (a behavior's name and tags) stays.
-  detail::editMetadataFile(*this, [&](const KR::XmlElement::Ptr& root) {
-    const std::string keyText = detail::toUtf8(key);
-    KR::XmlElement::Ptr entry = detail::findEntry(root, keyText);
-    const std::string valueText = detail::toUtf8(value);
-    // Rewriting a value it already has would only cost a write.
-    if (entry && entry->hasAttribute("value") && entry->attribute("value", "") == valueText)
-      return false;
-    if (!entry) {
-      entry.reset(new KR::XmlElement("Entry"));
-      entry->setAttribute("key", keyText, true);
-      root->addChild(entry);
-    }
-    entry->setAttribute("value", valueText, false);
-    return true;
-  });
+  detail::editMetadataFile(
+      *this, [&](const KR::XmlElement::Ptr& root) { return detail::setEntry(root, key, value); });
 }
 
 }  // namespace project

@@ -1,97 +1,86 @@
 #include <zu/project/project_model.h>
 
-#include <zu/project/project.h>
-
 #include "archive_io.h"
+#include "changes.h"
+#include "directory_commit.h"
+#include "directory_source.h"
+#include "full_write.h"
+#include "metadata_file.h"
 #include "paths.h"
+#include "streams.h"
 
-#include <QDir>
-#include <QTemporaryDir>
+#include <krserial/xml_document.h>
 
-#include <algorithm>
+#include <fcntl.h>
+#include <unistd.h>
 #include <cstring>
-#include <vector>
 
 namespace zu {
 namespace project {
 
 using namespace detail;
 
+namespace {
+
+const char kMetadataFile[] = ".metadata";
+
+// A model path in normal form, or nothing for one that leaves the model or names the
+// reserved pending entry.
+std::optional<std::string> normalized(const QString& path) {
+  std::optional<std::string> result = normalizeModelPath(path);
+  if (result && isWithin(*result, kPendingName) && !result->empty())
+    return std::nullopt;
+  return result;
+}
+
+QByteArray toQByteArray(const std::optional<std::string>& bytes) {
+  if (!bytes)
+    return QByteArray();
+  QByteArray data("");  // empty, not null, for an empty file
+  data.append(bytes->data(), static_cast<int>(bytes->size()));
+  return data;
+}
+
+}  // namespace
+
 struct ProjectModel::Private {
-  QTemporaryDir workingCopy{QDir::tempPath() + "/zuproject-XXXXXX"};
-  fs::path root;
+  std::shared_ptr<Changes> changes = std::make_shared<Changes>(nullptr);
   QString sourcePath;
   ArchiveFormat sourceFormat = ArchiveFormat_Auto;
 
-  Private() {
-    if (!workingCopy.isValid())
-      throw Exception("Could not create a working directory: " + toUtf8(workingCopy.errorString()));
-    root = diskPath(workingCopy.path());
-  }
-
-  fs::path local(const std::string& normalized) const {
-    return normalized.empty() ? root : root / normalized;
-  }
-
   // The normal form of a path for an operation that changes something.
   static std::string checked(const QString& path) {
-    std::optional<std::string> normalized = normalizeModelPath(path);
-    if (!normalized)
+    std::optional<std::string> result = normalized(path);
+    if (!result)
       throw PathNotFound(toUtf8(path));
-    return *normalized;
+    return *result;
   }
 
-  void clear() {
-    std::error_code error;
-    for (fs::directory_iterator it(root, error), end; !error && it != end; it.increment(error)) {
-      std::error_code ignored;
-      fs::remove_all(it->path(), ignored);
-    }
+  Kind kind(const QString& path) const {
+    const std::optional<std::string> path8 = normalized(path);
+    return path8 ? changes->resolve(*path8).kind : Kind::None;
   }
 };
 
 ProjectModel::ProjectModel(QObject* parent) : QObject(parent), d(new Private) {}
 
 ProjectModel::ProjectModel(const ProjectModel& other) : QObject(nullptr), d(new Private) {
-  copyTree(other.d->root, d->root);
+  d->changes = std::make_shared<Changes>(*other.d->changes);
   d->sourcePath = other.d->sourcePath;
   d->sourceFormat = other.d->sourceFormat;
 }
 
-ProjectModel::~ProjectModel() {
-  // std::filesystem removes a tree with fewer system calls than QTemporaryDir, which stats
-  // every entry first; it then only has the empty top left to remove.
-  d->clear();
-}
+ProjectModel::~ProjectModel() = default;
 
 void ProjectModel::load(const QString& path, ArchiveFormat format) {
-  d->clear();
+  d->changes->reset(nullptr);
   d->sourcePath.clear();
   d->sourceFormat = ArchiveFormat_Auto;
   const fs::path source = absoluteDiskPath(diskPath(path));
-  try {
-    std::error_code error;
-    const fs::file_status status = fs::status(source, error);
-    if (path.isEmpty() || !fs::exists(status))
-      throw PathNotFound(toUtf8(path));
-    ArchiveFormat loaded;
-    if (fs::is_directory(status)) {
-      if (format != ArchiveFormat_Auto && format != ArchiveFormat_Current &&
-          format != ArchiveFormat_Directory)
-        throw UnsupportedFormat(toUtf8(path) + ": a directory, not an archive");
-      copyTree(source, d->root);
-      loaded = ArchiveFormat_Directory;
-    } else {
-      if (format == ArchiveFormat_Directory)
-        throw UnsupportedFormat(toUtf8(path) + ": not a directory");
-      loaded = extractArchive(source, d->root);
-    }
-    d->sourcePath = fromDiskPath(source);
-    d->sourceFormat = loaded;
-  } catch (...) {
-    d->clear();  // nothing half-loaded stays
-    throw;
-  }
+  std::shared_ptr<Source> opened = openSource(path.isEmpty() ? fs::path() : source, format);
+  d->changes->reset(opened);
+  d->sourcePath = fromDiskPath(source);
+  d->sourceFormat = opened->format();
 }
 
 void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrite) {
@@ -117,50 +106,32 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
     throw UnsupportedFormat(target.string() + ": unknown archive format " +
                             std::to_string(static_cast<int>(format)));
 
-  const bool targetExists = existsNoFollow(target);
-  if (targetExists && !overwrite)
-    throw Exception(target.string() + ": already exists");
-  std::error_code error;
-  if (!fs::is_directory(target.parent_path(), error))
-    throw PathNotFound(target.parent_path().string());
-
-  // The new content is completed beside the target and only then renamed into place,
-  // so a failure at any point leaves the previous file or directory as it was.
-  const bool directory = format == ArchiveFormat_Directory;
-  const fs::path fresh = createSibling(target, directory);
-  try {
-    if (directory)
-      copyTree(d->root, fresh);
-    else
-      writeArchive(d->root, fresh, format);
-
-    std::error_code ignored;
-    const bool replaceInOneStep =
-        !targetExists || (!directory && !fs::is_directory(fs::symlink_status(target, ignored)));
-    if (replaceInOneStep) {
-      fs::rename(fresh, target, error);
-      if (error)
-        throwSystemError("Could not replace " + target.string(), error);
-    } else {
-      // A directory cannot be replaced atomically: keep the old one aside until the new one
-      // is in place, and put it back if that fails.
-      const fs::path old = createSibling(target, true);
-      fs::remove(old, ignored);
-      fs::rename(target, old, error);
-      if (error)
-        throwSystemError("Could not replace " + target.string(), error);
-      fs::rename(fresh, target, error);
-      if (error) {
-        fs::rename(old, target, ignored);
-        throwSystemError("Could not replace " + target.string(), error);
-      }
-      fs::remove_all(old, ignored);
+  Changes& changes = *d->changes;
+  const bool atSource = !d->sourcePath.isEmpty() && target == diskPath(d->sourcePath);
+  if (atSource && format == d->sourceFormat && changes.source()) {
+    if (changes.empty())
+      return;  // the source already is what the model shows
+    if (auto* directory = dynamic_cast<DirectorySource*>(changes.source().get());
+        directory && format == ArchiveFormat_Directory) {
+      commitToDirectory(changes, *directory);
+      return;
     }
-  } catch (...) {
-    std::error_code ignored;
-    fs::remove_all(fresh, ignored);
-    throw;
+  } else {
+    if (existsNoFollow(target) && !overwrite)
+      throw Exception(target.string() + ": already exists");
+    std::error_code error;
+    if (!fs::is_directory(target.parent_path(), error))
+      throw PathNotFound(target.parent_path().string());
   }
+  // Other models reading the directory about to be replaced keep what they see.
+  if (atSource && d->sourceFormat == ArchiveFormat_Directory) {
+    for (Changes* holder : changes.source()->holders()) {
+      if (holder != &changes)
+        holder->preserve(changes.source().get(), {std::string()});
+    }
+  }
+  writeWhole(changes, target, format);
+  changes.reset(openSource(target, format));
   d->sourcePath = fromDiskPath(target);
   d->sourceFormat = format;
 }
@@ -174,107 +145,81 @@ ArchiveFormat ProjectModel::getSourceFormat() const {
 }
 
 QString ProjectModel::getMetadata(const QString& key) const {
-  return Project(d->root.native()).metadata(key);
+  const std::optional<std::string> text = d->changes->read(kMetadataFile);
+  return entryValue(parseMetadataRoot(text ? *text : std::string()), key);
 }
 
 void ProjectModel::setMetadata(const QString& key, const QString& value) {
-  Project(d->root.native()).setMetadata(key, value);
+  const std::optional<std::string> text = d->changes->read(kMetadataFile);
+  const KR::XmlElement::Ptr root = parseMetadataRoot(text ? *text : std::string());
+  if (setEntry(root, key, value))
+    d->changes->writeFile(kMetadataFile, KR::XmlDocument(root).saveToXmlString());
 }
 
 FILE* ProjectModel::fopen(const QString& path, const char* mode) {
-  const std::optional<std::string> normalized = normalizeModelPath(path);
-  if (!normalized || normalized->empty() || !mode)
+  const std::optional<std::string> file = normalized(path);
+  if (!file || file->empty() || !mode)
     return nullptr;
-  const fs::path file = d->local(*normalized);
-  std::error_code error;
-  const bool creates = std::strchr(mode, 'w') || std::strchr(mode, 'a');
-  if (creates)
-    fs::create_directories(file.parent_path(), error);
-  else if (!fs::is_regular_file(fs::symlink_status(file, error)))
+  Changes& changes = *d->changes;
+  if (!isWritingMode(mode))
+    return mode[0] == 'r' ? changes.openRead(*file) : nullptr;
+  const Kind kind = changes.resolve(*file).kind;
+  if (kind == Kind::Dir || (mode[0] == 'r' && kind != Kind::File))
     return nullptr;
-  return std::fopen(file.c_str(), mode);
+  std::string initial;
+  if (mode[0] != 'w' && kind == Kind::File) {
+    std::optional<std::string> bytes = changes.read(*file);
+    if (!bytes)
+      return nullptr;
+    initial = std::move(*bytes);
+  }
+  try {
+    changes.makeDir(splitLast(*file).first, true);
+  } catch (const Exception&) {
+    return nullptr;
+  }
+  // The bytes reach the model when the caller closes the stream.
+  std::weak_ptr<Changes> model = d->changes;
+  const std::string target = *file;
+  return openMemoryStream(std::move(initial), mode, [model, target](std::string&& bytes) {
+    const std::shared_ptr<Changes> alive = model.lock();
+    if (!alive)
+      return false;
+    alive->writeFile(target, std::move(bytes));
+    return true;
+  });
 }
 
 bool ProjectModel::hasFile(const QString& path) const {
-  const std::optional<std::string> normalized = normalizeModelPath(path);
-  std::error_code error;
-  return normalized && !normalized->empty() &&
-         fs::is_regular_file(fs::symlink_status(d->local(*normalized), error));
+  const std::optional<std::string> file = normalized(path);
+  return file && !file->empty() && d->kind(path) == Kind::File;
 }
 
 bool ProjectModel::hasDir(const QString& path) const {
-  const std::optional<std::string> normalized = normalizeModelPath(path);
-  std::error_code error;
-  return normalized && fs::is_directory(fs::symlink_status(d->local(*normalized), error));
+  return d->kind(path) == Kind::Dir;
 }
 
 QStringList ProjectModel::getFileList(const QString& dir, bool includeDirectories,
                                       bool includeFiles, bool recursive) const {
   QStringList result;
-  const std::optional<std::string> normalized = normalizeModelPath(dir);
-  if (!normalized)
+  const std::optional<std::string> base = normalized(dir);
+  if (!base || (!includeDirectories && !includeFiles))
     return result;
-  const fs::path base = d->local(*normalized);
-  std::error_code error;
-  if (!fs::is_directory(fs::symlink_status(base, error)))
-    return result;
-
-  std::vector<std::string> names;
-  const size_t prefix = base.native().size() + 1;
-  auto take = [&](const fs::directory_entry& entry) {
-    std::error_code ignored;
-    const fs::file_status status = entry.symlink_status(ignored);
-    if ((includeDirectories && fs::is_directory(status)) ||
-        (includeFiles && fs::is_regular_file(status)))
-      names.push_back(entry.path().native().substr(prefix));
-  };
-  if (recursive) {
-    for (fs::recursive_directory_iterator it(base, error), end; !error && it != end;
-         it.increment(error))
-      take(*it);
-  } else {
-    for (fs::directory_iterator it(base, error), end; !error && it != end; it.increment(error))
-      take(*it);
+  for (const Listed& entry : listTree(*d->changes, *base, recursive)) {
+    if (entry.dir ? includeDirectories : includeFiles)
+      result.append(QString::fromUtf8(entry.name.data(), static_cast<int>(entry.name.size())));
   }
-  std::sort(names.begin(), names.end());  // std::string compares bytes
-  result.reserve(static_cast<int>(names.size()));
-  for (const std::string& name : names)
-    result.append(QString::fromUtf8(name.data(), static_cast<int>(name.size())));
   return result;
 }
 
 void ProjectModel::mkdir(const QString& path, bool parents) {
-  const std::string normalized = Private::checked(path);
-  if (normalized.empty())
-    return;
-  const fs::path dir = d->local(normalized);
-  std::error_code error;
-  if (fs::is_directory(fs::symlink_status(dir, error)))
-    return;
-  if (parents)
-    fs::create_directories(dir, error);
-  else if (!fs::is_directory(dir.parent_path(), error))
-    throw PathNotFound(toUtf8(path));
-  else
-    fs::create_directory(dir, error);
-  if (error || !fs::is_directory(dir, error))
-    throwSystemError("Could not create directory " + normalized,
-                     error ? error : std::make_error_code(std::errc::file_exists));
+  const std::string dir = Private::checked(path);
+  if (!dir.empty())
+    d->changes->makeDir(dir, parents);
 }
 
 void ProjectModel::remove(const QString& path) {
-  const std::string normalized = Private::checked(path);
-  if (normalized.empty()) {
-    d->clear();
-    return;
-  }
-  const fs::path target = d->local(normalized);
-  if (!existsNoFollow(target))
-    throw PathNotFound(toUtf8(path));
-  std::error_code error;
-  fs::remove_all(target, error);
-  if (error)
-    throwSystemError("Could not remove " + normalized, error);
+  d->changes->remove(Private::checked(path));
 }
 
 void ProjectModel::move(const QString& from, const QString& to, bool overwrite) {
@@ -282,26 +227,19 @@ void ProjectModel::move(const QString& from, const QString& to, bool overwrite) 
   const std::string target = Private::checked(to);
   if (source.empty() || target.empty())
     throw Exception("The top of a project cannot be moved or replaced");
-  const fs::path sourcePath = d->local(source);
-  const fs::path targetPath = d->local(target);
-  if (!existsNoFollow(sourcePath))
+  if (d->kind(from) == Kind::None)
     throw PathNotFound(toUtf8(from));
   if (source == target)
     return;
-  if (target.compare(0, source.size() + 1, source + "/") == 0)
+  if (isWithin(target, source))
     throw Exception("Could not move " + source + " into itself");
-  std::error_code error;
-  if (existsNoFollow(targetPath)) {
+  if (d->kind(to) != Kind::None) {
     if (!overwrite)
       throw Exception("Could not move " + source + ": " + target + " already exists");
-    fs::remove_all(targetPath, error);
-  } else {
-    fs::create_directories(targetPath.parent_path(), error);
+    d->changes->remove(target);
   }
-  if (!error)
-    fs::rename(sourcePath, targetPath, error);
-  if (error)
-    throwSystemError("Could not move " + source + " to " + target, error);
+  d->changes->copy(*d->changes, source, target);
+  d->changes->remove(source);
 }
 
 void ProjectModel::importFile(const ProjectModel* source, const QString& sourcePath,
@@ -310,49 +248,35 @@ void ProjectModel::importFile(const ProjectModel* source, const QString& sourceP
     throw Exception("No project to import from");
   const std::string from = Private::checked(sourcePath);
   const std::string to = Private::checked(destinationPath);
-  const fs::path fromPath = source->d->local(from);
-  const fs::path toPath = d->local(to);
-  std::error_code error;
-  const fs::file_status status = fs::symlink_status(fromPath, error);
-  if (!fs::is_regular_file(status) && !fs::is_directory(status))
+  const Kind kind = source->d->kind(sourcePath);
+  if (kind == Kind::None)
     throw PathNotFound(toUtf8(sourcePath));
   if (source == this) {
     if (from == to)
       return;
-    if (fs::is_directory(status) &&
-        (from.empty() || to.compare(0, from.size() + 1, from + "/") == 0))
+    if (kind == Kind::Dir && isWithin(to, from))
       throw Exception("Could not copy " + from + " into itself");
   }
-  const fs::file_status existing = fs::symlink_status(toPath, error);
-  if (fs::exists(existing)) {
+  const Kind existing = d->kind(destinationPath);
+  if (existing != Kind::None) {
     if (!overwrite)
       throw Exception("Could not import " + from + ": " + to + " already exists");
     // A file never merges with a directory: the destination takes the source's kind.
-    if (fs::is_directory(existing) != fs::is_directory(status)) {
-      if (to.empty())
-        throw Exception("The top of a project cannot be replaced by a file");
-      fs::remove_all(toPath, error);
-      if (error)
-        throwSystemError("Could not replace " + to, error);
-    }
-  } else {
-    fs::create_directories(toPath.parent_path(), error);
-    if (error)
-      throwSystemError("Could not create the parent of " + to, error);
+    if (existing != kind && to.empty())
+      throw Exception("The top of a project cannot be replaced by a file");
   }
-  copyTree(fromPath, toPath);
+  d->changes->copy(*source->d->changes, from, to);
 }
 
 void ProjectModel::exportFile(const QString& path, const QString& diskPathText, bool overwrite) {
   const std::string from = Private::checked(path);
-  const fs::path fromPath = d->local(from);
-  std::error_code error;
-  const fs::file_status status = fs::symlink_status(fromPath, error);
-  if (!fs::is_regular_file(status) && !fs::is_directory(status))
+  const Kind kind = d->kind(path);
+  if (kind == Kind::None)
     throw PathNotFound(toUtf8(path));
   if (diskPathText.isEmpty())
     throw PathNotFound("");
   const fs::path target = absoluteDiskPath(diskPath(diskPathText));
+  std::error_code error;
   if (!fs::is_directory(target.parent_path(), error))
     throw PathNotFound(target.parent_path().string());
   const fs::file_status existing = fs::status(target, error);
@@ -360,49 +284,40 @@ void ProjectModel::exportFile(const QString& path, const QString& diskPathText, 
     if (!overwrite)
       throw Exception("Could not export " + from + ": " + target.string() + " already exists");
     // Never delete what the caller has on disk to make room for another kind of entry.
-    if (fs::is_directory(existing) != fs::is_directory(status))
+    if (fs::is_directory(existing) != (kind == Kind::Dir))
       throw Exception("Could not export " + from + ": " + target.string() +
                       (fs::is_directory(existing) ? " is a directory" : " is not a directory"));
   }
-  copyTree(fromPath, target);
+  // The target itself is taken as the caller named it; nothing below it is followed.
+  const bool intoDirectory = kind == Kind::Dir && fs::exists(existing);
+  const fs::path root = intoDirectory ? target : target.parent_path();
+  const int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0)
+    throwSystemError("Could not write " + target.string(),
+                     std::error_code(errno, std::generic_category()));
+  Beneath files(fd, std::string());
+  writeTree(*d->changes, from, files, intoDirectory ? std::string() : target.filename().native());
 }
 
 QByteArray ProjectModel::readFile(const QString& path) const {
-  const std::optional<std::string> normalized = normalizeModelPath(path);
-  if (!normalized || normalized->empty())
+  const std::optional<std::string> file = normalized(path);
+  if (!file || file->empty())
     return QByteArray();
-  const fs::path file = d->local(*normalized);
-  std::error_code error;
-  if (!fs::is_regular_file(fs::symlink_status(file, error)))
-    return QByteArray();
-  FILE* stream = std::fopen(file.c_str(), "rb");
-  if (!stream)
-    return QByteArray();
-  QByteArray data("");  // empty, not null, for an empty file
-  char buffer[64 * 1024];
-  size_t count = 0;
-  while ((count = std::fread(buffer, 1, sizeof buffer, stream)) > 0)
-    data.append(buffer, static_cast<int>(count));
-  const bool failed = std::ferror(stream);
-  std::fclose(stream);
-  return failed ? QByteArray() : data;
+  return toQByteArray(d->changes->read(*file));
 }
 
 void ProjectModel::writeFile(const QString& path, const QByteArray& data) {
-  const std::string normalized = Private::checked(path);
-  if (normalized.empty())
+  const std::string file = Private::checked(path);
+  if (file.empty())
     throw Exception("The top of a project is a directory, not a file");
-  const fs::path file = d->local(normalized);
-  std::error_code error;
-  fs::create_directories(file.parent_path(), error);
-  if (error)
-    throwSystemError("Could not create the parent of " + normalized, error);
-  writeFileAtomically(file, std::string(data.constData(), static_cast<size_t>(data.size())));
+  d->changes->writeFile(file, std::string(data.constData(), static_cast<size_t>(data.size())));
 }
 
 QString ProjectModel::getFileLocalPath(const QString& path) const {
-  const std::optional<std::string> normalized = normalizeModelPath(path);
-  return normalized ? fromDiskPath(d->local(*normalized)) : QString();
+  const std::optional<std::string> local = normalized(path);
+  if (!local)
+    return QString();
+  return fromDiskPath(d->changes->localPath(*local));
 }
 
 }  // namespace project

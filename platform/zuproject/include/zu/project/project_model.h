@@ -16,9 +16,10 @@
 namespace zu {
 namespace project {
 
-/// A project's files, kept in a private working copy (a temporary directory removed with
-/// the model). load() fills it from a directory or an archive; every file operation acts on
-/// the working copy; only save() writes to disk.
+/// A virtual file tree over a project's source: reads come from the source in place (a
+/// directory where it is, a zip entry by entry; tar forms are extracted into scratch), and
+/// the model holds its own changes until save(), which back to the same source writes
+/// only what changed. Nothing else on disk changes before a save.
 ///
 /// Paths inside a model are relative, "/"-separated and normalised ("./a/../b" is "b").
 /// A path that would leave the model reads as absent, and operations that change
@@ -29,10 +30,11 @@ class ZUPROJECT_EXPORT ProjectModel : public QObject {
 public:
   /// An empty project with no source path.
   explicit ProjectModel(QObject* parent = nullptr);
-  /// A deep copy of other's files, metadata, source path and form; no object parent.
+  /// A copy of other's view (sharing its source), metadata, source path and form; no object
+  /// parent. Neither sees the other's later changes or saves.
   ProjectModel(const ProjectModel& other);
   ProjectModel& operator=(const ProjectModel&) = delete;
-  /// Removes the working copy.
+  /// Drops the changes and removes the scratch directory; costs what was changed.
   ~ProjectModel() override;
 
   /// Replaces the content by a directory or an archive (ArchiveFormat_Auto recognises both).
@@ -82,7 +84,8 @@ public:
   QByteArray readFile(const QString& path) const;
   /// Replaces a file's content, creating missing parent directories.
   void writeFile(const QString& path, const QByteArray& data);
-  /// The absolute path of a project path in the working copy; "" for a path leaving it.
+  /// The absolute path in scratch of a file or subtree, brought there on first use; the
+  /// model reads and writes it there from then on. "" for a path absent or leaving it.
   QString getFileLocalPath(const QString& path) const;
 
 private:

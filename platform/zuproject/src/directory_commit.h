@@ -1,0 +1,29 @@
+#ifndef ZU_PROJECT_DIRECTORY_COMMIT_H
+#define ZU_PROJECT_DIRECTORY_COMMIT_H
+
+// Saving a model back into its source directory, writing only what changed. New files
+// are staged inside the reserved pending entry and fsynced, then a record of the renames
+// and removals to make is fsynced, then they are made. A save cut short at any moment is
+// finished by the next load, so the directory reads as before or as after, never a mix.
+// Not installed.
+
+namespace zu {
+namespace project {
+namespace detail {
+
+class Beneath;
+class Changes;
+class DirectorySource;
+
+/// Applies changes to source (its own) and empties them. Throws Exception, leaving the
+/// directory as it was, when a file cannot be staged.
+void commitToDirectory(Changes& changes, DirectorySource& source);
+
+/// Finishes (or, without a record, clears) a save cut short in this directory.
+void finishPendingSave(Beneath& files);
+
+}  // namespace detail
+}  // namespace project
+}  // namespace zu
+
+#endif

@@ -1,0 +1,56 @@
+#ifndef ZU_PROJECT_DIRECTORY_SOURCE_H
+#define ZU_PROJECT_DIRECTORY_SOURCE_H
+
+// A directory read where it is, never through a link. Not installed.
+
+#include "beneath.h"
+#include "source.h"
+
+#include <memory>
+#include <mutex>
+
+namespace zu {
+namespace project {
+namespace detail {
+
+class Scratch;
+
+class DirectorySource : public Source {
+public:
+  /// Opens the directory at path (a link to it is taken, as the caller named it). A save
+  /// that was cut short there is finished first. Throws PathNotFound when it cannot be
+  /// opened. keep holds the scratch that a directory inside it needs.
+  DirectorySource(const std::string& path, ArchiveFormat format,
+                  std::shared_ptr<Scratch> keep = nullptr);
+
+  ArchiveFormat format() const override { return m_format; }
+  std::string path() const override { return m_keep ? std::string() : m_path; }
+  Kind kind(const std::string& path) override;
+  std::optional<std::string> read(const std::string& path) override;
+  FILE* open(const std::string& path) override;
+  std::vector<Listed> list(const std::string& dir) override;
+  void forget() override;
+
+  /// The directory's own path, also for one in scratch.
+  const std::string& root() const { return m_path; }
+  /// Runs f on the files with the lock held.
+  template <typename F>
+  auto withFiles(F f) {
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    return f(*m_files);
+  }
+
+private:
+  std::string m_path;
+  ArchiveFormat m_format;
+  std::shared_ptr<Scratch> m_keep;
+  // Recursive: a save holds it while the models sharing this source read through it.
+  std::recursive_mutex m_mutex;
+  std::unique_ptr<Beneath> m_files;
+};
+
+}  // namespace detail
+}  // namespace project
+}  // namespace zu
+
+#endif

@@ -1,0 +1,113 @@
+#include "full_write.h"
+
+#include "archive_io.h"
+#include "changes.h"
+#include "directory_source.h"
+#include "paths.h"
+#include "zip_commit.h"
+#include "zip_source.h"
+
+#include <zu/project/exceptions.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cerrno>
+
+namespace zu {
+namespace project {
+namespace detail {
+
+namespace {
+
+void writeDirectory(const Changes& view, const fs::path& target) {
+  const int fd = ::open(target.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0)
+    throwSystemError("Could not write " + target.string(),
+                     std::error_code(errno, std::generic_category()));
+  Beneath files(fd, std::string());
+  writeTree(view, std::string(), files, std::string());
+  if (::syncfs(fd) != 0)
+    throwSystemError("Could not write " + target.string(),
+                     std::error_code(errno, std::generic_category()));
+}
+
+}  // namespace
+
+void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat format) {
+  std::error_code error;
+  const bool targetExists = existsNoFollow(target);
+  const bool directory = format == ArchiveFormat_Directory;
+  const fs::path fresh = createSibling(target, directory);
+  try {
+    if (directory)
+      writeDirectory(view, fresh);
+    else if (format == ArchiveFormat_Zip)
+      writeZip(view, fresh);
+    else
+      writeArchive(view, fresh, format);
+
+    std::error_code ignored;
+    const bool replaceInOneStep =
+        !targetExists || (!directory && !fs::is_directory(fs::symlink_status(target, ignored)));
+    if (replaceInOneStep) {
+      fs::rename(fresh, target, error);
+      if (error)
+        throwSystemError("Could not replace " + target.string(), error);
+    } else {
+      // A directory cannot be replaced atomically: keep the old one aside until the new one
+      // is in place, and put it back if that fails.
+      const fs::path old = createSibling(target, true);
+      fs::remove(old, ignored);
+      fs::rename(target, old, error);
+      if (error)
+        throwSystemError("Could not replace " + target.string(), error);
+      fs::rename(fresh, target, error);
+      if (error) {
+        fs::rename(old, target, ignored);
+        throwSystemError("Could not replace " + target.string(), error);
+      }
+      fs::remove_all(old, ignored);
+    }
+  } catch (...) {
+    std::error_code ignored;
+    fs::remove_all(fresh, ignored);
+    throw;
+  }
+}
+
+std::shared_ptr<Source> openSource(const fs::path& path, ArchiveFormat format) {
+  struct stat info;
+  if (path.empty() || ::stat(path.c_str(), &info) != 0)
+    throw PathNotFound(path.string());
+  if (S_ISDIR(info.st_mode)) {
+    if (format != ArchiveFormat_Auto && format != ArchiveFormat_Current &&
+        format != ArchiveFormat_Directory)
+      throw UnsupportedFormat(path.string() + ": a directory, not an archive");
+    return std::make_shared<DirectorySource>(path.native(), ArchiveFormat_Directory);
+  }
+  if (format == ArchiveFormat_Directory)
+    throw UnsupportedFormat(path.string() + ": not a directory");
+  // A zip is read in place; libarchive recognises every other form, and tells a text
+  // from a damaged archive.
+  if (info.st_size > 0) {
+    try {
+      return std::make_shared<ZipSource>(path.native());
+    } catch (const UnsupportedFormat&) {
+    }
+  }
+  std::shared_ptr<Scratch> scratch = Scratch::create();
+  const fs::path root = scratch->path() / scratch->newName();
+  std::error_code error;
+  fs::create_directory(root, error);
+  if (error)
+    throwSystemError("Could not create " + root.string(), error);
+  const ArchiveFormat extracted = extractArchive(path, root);
+  if (extracted == ArchiveFormat_Zip)
+    throw CorruptedFile(path.string() + ": a damaged zip archive");
+  return std::make_shared<DirectorySource>(root.native(), extracted, std::move(scratch));
+}
+
+}  // namespace detail
+}  // namespace project
+}  // namespace zu

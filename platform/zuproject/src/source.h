@@ -1,0 +1,76 @@
+#ifndef ZU_PROJECT_SOURCE_H
+#define ZU_PROJECT_SOURCE_H
+
+// What a project model reads from: a directory in place, a zip entry by entry, or a tar
+// form extracted into scratch. Read-only; not installed.
+
+#include <zu/project/archive_format.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zu {
+namespace project {
+namespace detail {
+
+class Changes;
+
+/// What is at a path.
+enum class Kind { None, File, Dir };
+
+/// A direct entry of a directory.
+struct Listed {
+  std::string name;
+  bool dir;
+};
+
+/// The largest file a source hands out; an entry that claims more is taken as damaged.
+constexpr std::uint64_t kMaxFileSize = 256ull * 1024 * 1024;
+
+/// The reserved entry at the top of a directory source that holds a save in progress
+/// (staged files and the pending record). It starts with a full stop, so it stays out of
+/// sight in a file manager, and no model path may name it, so it is never listed, packed
+/// or exported.
+extern const char* const kPendingName;
+
+class Source {
+public:
+  virtual ~Source();
+  /// The form this source was read as.
+  virtual ArchiveFormat format() const = 0;
+  /// The path it was loaded from; empty for a source in scratch.
+  virtual std::string path() const = 0;
+  /// What is at path; never follows a link.
+  virtual Kind kind(const std::string& path) = 0;
+  /// The bytes of a file; nothing when absent or unreadable.
+  virtual std::optional<std::string> read(const std::string& path) = 0;
+  /// A read stream; null when absent or unreadable.
+  virtual FILE* open(const std::string& path);
+  /// The direct entries of a directory, unsorted; links and special files left out.
+  virtual std::vector<Listed> list(const std::string& dir) = 0;
+  /// Drops whatever the source cached about its files, after they were changed.
+  virtual void forget() {}
+
+  /// Models whose view reads through this source; told before a save changes it.
+  void attach(Changes* holder);
+  void detach(Changes* holder);
+  std::vector<Changes*> holders() const;
+
+private:
+  mutable std::mutex m_holdersMutex;
+  std::vector<Changes*> m_holders;
+};
+
+/// A read stream over bytes held in memory.
+FILE* openMemory(std::string bytes);
+
+}  // namespace detail
+}  // namespace project
+}  // namespace zu
+
+#endif
