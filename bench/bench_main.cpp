@@ -35,8 +35,8 @@ const char kUsage[] =
     "                   [--edit-iterations N] [--reference-boxes N] [--json FILE]\n"
     "                   [--disk-dir DIR] [--tmpfs-dir DIR] [--disk-only | --tmpfs-only]\n"
     "                   [--krbox PATH] [--benchmark_filter=REGEX]\n"
-    "Without --library it runs the series 1000:10:2 10000:10:3 50000:10:3 20000:flat, on the\n"
-    "disk (in /var/tmp), then in memory (in /dev/shm).\n";
+    "It runs a series on the disk (in /var/tmp), then one in memory (in /dev/shm). Without\n"
+    "--library they are 1000:10:2 10000:10:3 50000:10:3, and 20000:flat in memory.\n";
 
 #ifdef KRBOX_TOOL_PATH
 const char kDefaultKrbox[] = KRBOX_TOOL_PATH;
@@ -48,6 +48,7 @@ const char kDefaultKrbox[] = "";
 struct Medium {
   std::string name;
   std::string parent;  // where its work directory is made
+  std::vector<LibraryShape> shapes;
 };
 
 struct Options {
@@ -55,7 +56,7 @@ struct Options {
   RunCounts counts;
   int referenceBoxes = 1000;
   std::string json;
-  std::vector<Medium> mediums = {{"disk", "/var/tmp"}, {"tmpfs", "/dev/shm"}};
+  std::vector<Medium> mediums = {{"disk", "/var/tmp", {}}, {"tmpfs", "/dev/shm", {}}};
   std::string krbox = kDefaultKrbox;  // krbox's commands are not run without it
 };
 
@@ -130,9 +131,15 @@ Options parseOptions(int argc, char** argv) {
     options.mediums.pop_back();
   else if (only == "--tmpfs-only")
     options.mediums.erase(options.mediums.begin());
-  if (options.shapes.empty())
-    options.shapes = {parseShape("1000:10:2"), parseShape("10000:10:3"), parseShape("50000:10:3"),
-                      parseShape("20000:flat")};
+  const bool chosen = !options.shapes.empty();
+  if (!chosen)
+    options.shapes = {parseShape("1000:10:2"), parseShape("10000:10:3"), parseShape("50000:10:3")};
+  for (Medium& medium : options.mediums) {
+    medium.shapes = options.shapes;
+    // The flat layout only in memory, which keeps the default run within about ten minutes.
+    if (!chosen && medium.name == "tmpfs")
+      medium.shapes.push_back(parseShape("20000:flat"));
+  }
   return options;
 }
 
@@ -192,6 +199,7 @@ MediumResult runSeries(const Options& options, const Medium& where, Collector& c
   medium.fileSystem = fileSystemType(medium.directory);
   medium.coldCache = medium.fileSystem != "tmpfs" && dropPageCache();
   medium.referenceName = medium.name + "-reference-" + std::to_string(options.referenceBoxes);
+  medium.loadBefore = loadAverage();
   // The library's working files, and krbox's, go to the same medium as the library.
   qputenv("TMPDIR", work.path().toLocal8Bit());
   const std::string self = fs::canonical("/proc/self/exe").string();
@@ -207,7 +215,7 @@ MediumResult runSeries(const Options& options, const Medium& where, Collector& c
     runRegistered(collector);
     fs::remove_all(medium.directory + "/" + shapeName);
   }
-  for (const LibraryShape& shape : options.shapes) {
+  for (const LibraryShape& shape : where.shapes) {
     LibraryResult result;
     result.library = prepare(shapeName(shape), shape, medium);
     result.memory = probeMemory(self, result.library.zip);
@@ -221,6 +229,7 @@ MediumResult runSeries(const Options& options, const Medium& where, Collector& c
     fs::remove_all(medium.directory + "/" + shapeName(shape));
     medium.libraries.push_back(result);
   }
+  medium.loadAfter = loadAverage();
   return medium;
 }
 

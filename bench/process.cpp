@@ -73,6 +73,13 @@ bool dropPageCache() {
   return control.good();
 }
 
+std::string loadAverage() {
+  std::ifstream file("/proc/loadavg");
+  std::string averages[3];
+  file >> averages[0] >> averages[1] >> averages[2];
+  return averages[0] + " " + averages[1] + " " + averages[2];
+}
+
 std::string fileSystemType(const std::string& path) {
   struct statfs info;
   if (::statfs(path.c_str(), &info) != 0)

@@ -22,6 +22,9 @@ std::string runProgram(const std::vector<std::string>& arguments,
 // disk. Needs root; returns false, having changed nothing else, when the cache stays.
 bool dropPageCache();
 
+// The load averages over 1, 5 and 15 minutes, as /proc/loadavg gives them ("1.02 0.80 0.51").
+std::string loadAverage();
+
 // The kind of file system path is on ("ext4", "tmpfs", ...), for the report.
 std::string fileSystemType(const std::string& path);
 

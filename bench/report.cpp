@@ -283,7 +283,8 @@ void printReport(std::ostream& out, const Results& results) {
   for (const MediumResult& medium : results.mediums) {
     out << "\n== " << medium.name << ": " << medium.directory << " (" << medium.fileSystem
         << ") ==\n"
-        << cacheState(medium) << "\n";
+        << cacheState(medium) << "\nLoad averages (1, 5, 15 min): " << medium.loadBefore
+        << " at the start, " << medium.loadAfter << " at the end.\n";
     for (const LibraryResult& result : medium.libraries) {
       const LibraryUnderTest& library = result.library;
       const GeneratedLibrary& generated = library.generated;
@@ -344,7 +345,9 @@ void writeJson(const std::string& path, const Results& results) {
                                {"file_system", QString::fromStdString(medium.fileSystem)},
                                {"cold_cache", medium.coldCache},
                                {"cache", QString::fromStdString(cacheState(medium))},
-                               {"reference", QString::fromStdString(medium.referenceName)}});
+                               {"reference", QString::fromStdString(medium.referenceName)},
+                               {"load_before", QString::fromStdString(medium.loadBefore)},
+                               {"load_after", QString::fromStdString(medium.loadAfter)}});
     for (const LibraryResult& result : medium.libraries) {
       const LibraryUnderTest& library = result.library;
       QJsonObject operations;

@@ -51,6 +51,8 @@ struct MediumResult {
   bool coldCache = false;     // whether opening was also timed with the page cache dropped
   std::string referenceName;  // whose edits the others' are compared with
   std::vector<LibraryResult> libraries;
+  std::string loadBefore;  // the load averages when the series started and ended: the
+  std::string loadAfter;   // figures count for little on a busy machine
 };
 
 struct Results {
