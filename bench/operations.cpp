@@ -10,6 +10,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <exception>
@@ -62,11 +65,6 @@ void removeAll(const std::string& path) {
   fs::remove_all(path);
 }
 
-// Where the library keeps its files while it is open: what the baselines start from.
-std::string workingCopyOf(const KR::BoxLibrary& opened) {
-  return opened.projectModel()->getFileLocalPath(QString()).toStdString();
-}
-
 void checkBoxes(const KR::BoxLibrary& opened, const LibraryUnderTest& library) {
   const int boxes = readWholeTree(*opened.boxRoot()).boxes;
   if (boxes != library.generated.boxes)
@@ -74,70 +72,174 @@ void checkBoxes(const KR::BoxLibrary& opened, const LibraryUnderTest& library) {
                              std::to_string(library.generated.boxes));
 }
 
-void registerOpening(const LibraryUnderTest& library, const RunCounts& counts) {
+// Opens the library at path and reads its whole tree, as the library panel does.
+std::unique_ptr<KR::BoxLibrary> openAndRead(const std::string& path,
+                                            const LibraryUnderTest& library, bool readOnly) {
+  auto opened = std::make_unique<KR::BoxLibrary>(QString::fromStdString(path), readOnly);
+  checkBoxes(*opened, library);
+  return opened;
+}
+
+// Reads every regular file below directory once, the least a reader of the whole library
+// does: nothing is copied or kept, and links are not followed.
+void readEveryFile(const std::string& directory) {
+  std::vector<char> buffer(1 << 16);
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(directory)) {
+    if (!fs::is_regular_file(entry.symlink_status()))
+      continue;
+    const int file = ::open(entry.path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (file < 0)
+      throw std::runtime_error("cannot read " + entry.path().string());
+    while (::read(file, buffer.data(), buffer.size()) > 0) {
+    }
+    ::close(file);
+  }
+}
+
+// Opening each form beside reading all its bytes once. Cold, the page cache is dropped
+// before each run, so that both read from the disk.
+void registerOpening(const LibraryUnderTest& library, const RunCounts& counts, bool cold) {
   const std::string prefix = library.name + "/";
-  add(prefix + op::kOpenZip, 1, counts, [library](benchmark::State& state) {
-    std::unique_ptr<KR::BoxLibrary> opened;
-    timeEach(
-        state, [] {},
-        [&] {
-          opened = std::make_unique<KR::BoxLibrary>(QString::fromStdString(library.zip), true);
-          checkBoxes(*opened, library);
-        },
-        [&] { opened.reset(); });
-  });
-  add(prefix + op::kExtractZip, 1, counts, [library](benchmark::State& state) {
-    std::string target;
+  const Work ready = [cold] {
+    if (cold && !dropPageCache())
+      throw std::runtime_error("cannot drop the page cache");
+  };
+  const auto opening = [library, ready](const std::string& path) {
+    return [library, ready, path](benchmark::State& state) {
+      std::unique_ptr<KR::BoxLibrary> opened;
+      timeEach(
+          state, ready, [&] { opened = openAndRead(path, library, true); },
+          [&] { opened.reset(); });
+    };
+  };
+  add(prefix + (cold ? op::kOpenZipCold : op::kOpenZip), 1, counts, opening(library.zip));
+  add(prefix + (cold ? op::kReadZipCold : op::kReadZip), 1, counts,
+      [library, ready](benchmark::State& state) {
+        timeEach(state, ready, [&] {
+          runProgram({"bsdtar", "-xOf", library.zip}, std::string(), Output::Discard);
+        });
+      });
+  add(prefix + (cold ? op::kOpenDirectoryCold : op::kOpenDirectory), 1, counts,
+      opening(library.directory));
+  add(prefix + (cold ? op::kReadDirectoryCold : op::kReadDirectory), 1, counts,
+      [library, ready](benchmark::State& state) {
+        timeEach(state, ready, [&] { readEveryFile(library.directory); });
+      });
+}
+
+// The deepest box met last in a depth-first walk: the one with the longest path.
+KR::BoxLibraryNode* deepestBox(KR::BoxLibraryNode* node) {
+  KR::BoxLibraryNode* found = node->isBox() ? node : nullptr;
+  for (KR::BoxLibraryNode* child : node->childList()) {
+    if (KR::BoxLibraryNode* below = deepestBox(child))
+      found = below;
+  }
+  return found;
+}
+
+// The box whose tooltip edits flip: the deepest one.
+KR::BoxLibraryNode* boxToEdit(const KR::BoxLibrary& library, const std::string& name) {
+  KR::BoxLibraryNode* box = deepestBox(library.boxRoot());
+  if (!box)
+    throw std::runtime_error(name + ": the library holds no box to edit");
+  return box;
+}
+
+// Sets one of two tooltips on box in turn, so that every edit changes it.
+void flipTooltip(KR::BoxLibraryNode* box, int& flips) {
+  box->boxData()->setTooltip(++flips % 2 ? "Edited.\ntags:\n bench" : "Original.");
+}
+
+// A library opened for editing, and the box whose tooltip its edits flip.
+struct Editing {
+  std::unique_ptr<KR::BoxLibrary> library;
+  KR::BoxLibraryNode* box = nullptr;
+  int flips = 0;
+
+  void open(const std::string& path, const LibraryUnderTest& generated) {
+    library = openAndRead(path, generated, false);
+    box = boxToEdit(*library, generated.name);
+  }
+  void edit() { flipTooltip(box, flips); }
+};
+
+// Closing a library opened from the directory, with one edit made and not saved.
+void registerClosing(const LibraryUnderTest& library, const RunCounts& counts) {
+  add(library.name + "/" + op::kClose, 1, counts, [library](benchmark::State& state) {
+    Editing editing;
     timeEach(
         state,
         [&] {
-          target = freshPath(library, "extracted");
-          fs::create_directory(target);
+          editing.open(library.directory, library);
+          editing.edit();
         },
-        [&] {
-          runProgram({"bsdtar", "-xf", library.zip, "-C", target});
-        },
-        [&] { removeAll(target); });
+        [&] { editing.library.reset(); });
   });
-  add(prefix + op::kOpenDirectory, 1, counts, [library](benchmark::State& state) {
-    std::unique_ptr<KR::BoxLibrary> opened;
+}
+
+// One tooltip edit saved in place, in each form. The edited libraries are opened at their
+// first run and kept across repetitions; the zip is a copy, so that the generated one stays.
+void registerSavingInPlace(const LibraryUnderTest& library, const RunCounts& counts) {
+  const std::string prefix = library.name + "/";
+  auto directory = std::make_shared<Editing>();
+  add(prefix + op::kSaveDirectoryInPlace, 1, counts, [library, directory](benchmark::State& state) {
     timeEach(
-        state, [] {},
+        state,
         [&] {
-          opened =
-              std::make_unique<KR::BoxLibrary>(QString::fromStdString(library.directory), true);
-          checkBoxes(*opened, library);
+          if (!directory->library)
+            directory->open(library.directory, library);
         },
-        [&] { opened.reset(); });
+        [&] {
+          directory->edit();
+          directory->library->save();
+        });
   });
-  add(prefix + op::kCopyDirectory, 1, counts, [library](benchmark::State& state) {
+  auto zip = std::make_shared<Editing>();
+  add(prefix + op::kSaveZipInPlace, 1, counts, [library, zip](benchmark::State& state) {
+    timeEach(
+        state,
+        [&] {
+          if (zip->library)
+            return;
+          const std::string copy = freshPath(library, "in-place") + ".lbf";
+          fs::copy_file(library.zip, copy);
+          zip->open(copy, library);
+        },
+        [&] {
+          zip->edit();
+          zip->library->save();
+        });
+  });
+  add(prefix + op::kCopyZip, 1, counts, [library](benchmark::State& state) {
     std::string target;
     timeEach(
-        state, [&] { target = freshPath(library, "copied"); },
-        [&] {
-          runProgram({"cp", "-a", library.directory, target});
-        },
-        [&] { removeAll(target); });
+        state, [&] { target = freshPath(library, "copied") + ".lbf"; },
+        [&] { fs::copy_file(library.zip, target); }, [&] { removeAll(target); });
   });
 }
 
 void registerSaving(const LibraryUnderTest& library, KR::BoxLibrary* opened,
                     const RunCounts& counts) {
   const std::string prefix = library.name + "/";
-  add(prefix + op::kSaveZip, 1, counts, [library, opened](benchmark::State& state) {
+  // The zip saved last is the library's path, and what it reads from, until the next is saved.
+  auto previous = std::make_shared<std::string>();
+  add(prefix + op::kSaveZip, 1, counts, [library, opened, previous](benchmark::State& state) {
     std::string target;
     timeEach(
         state, [&] { target = freshPath(library, "saved") + ".lbf"; },
         [&] { opened->saveTo(QString::fromStdString(target), KR::BoxLibrary::ZipFormat); },
-        [&] { removeAll(target); });
+        [&] {
+          if (!previous->empty())
+            removeAll(*previous);
+          *previous = target;
+        });
   });
-  add(prefix + op::kWriteZip, 1, counts, [library, opened](benchmark::State& state) {
-    const std::string workingCopy = workingCopyOf(*opened);
+  add(prefix + op::kWriteZip, 1, counts, [library](benchmark::State& state) {
     std::string target;
     timeEach(
         state, [&] { target = freshPath(library, "written") + ".zip"; },
         [&] {
-          runProgram({"bsdtar", "-cf", target, "--format", "zip", "-C", workingCopy, "."});
+          runProgram({"bsdtar", "-cf", target, "--format", "zip", "-C", library.directory, "."});
         },
         [&] { removeAll(target); });
   });
@@ -163,29 +265,18 @@ void registerExport(const LibraryUnderTest& library, KR::BoxLibrary* opened,
     std::vector<std::string> command = {"cp", "-a", "--parents"};
     for (const QString& path : behaviors)
       command.push_back(path.toStdString());
-    const std::string workingCopy = workingCopyOf(*opened);
     timeEach(
         state,
         [&] {
           command.push_back(freshPath(library, "behaviors"));
           fs::create_directory(command.back());
         },
-        [&] { runProgram(command, workingCopy); },
+        [&] { runProgram(command, library.directory); },
         [&] {
           removeAll(command.back());
           command.pop_back();
         });
   });
-}
-
-// The deepest box met last in a depth-first walk: the one with the longest path.
-KR::BoxLibraryNode* deepestBox(KR::BoxLibraryNode* node) {
-  KR::BoxLibraryNode* found = node->isBox() ? node : nullptr;
-  for (KR::BoxLibraryNode* child : node->childList()) {
-    if (KR::BoxLibraryNode* below = deepestBox(child))
-      found = below;
-  }
-  return found;
 }
 
 KR::BoxLibraryNode* addFolderOfBoxes(KR::BoxLibraryNode* parent, int boxes) {
@@ -205,7 +296,11 @@ KR::BoxLibraryNode* addFolderOfBoxes(KR::BoxLibraryNode* parent, int boxes) {
 
 std::shared_ptr<KR::BoxLibrary> registerFileOperations(const LibraryUnderTest& library,
                                                        const RunCounts& counts) {
-  registerOpening(library, counts);
+  registerOpening(library, counts, false);
+  if (library.coldCache)
+    registerOpening(library, counts, true);
+  registerClosing(library, counts);
+  registerSavingInPlace(library, counts);
   auto opened = std::make_shared<KR::BoxLibrary>(QString::fromStdString(library.directory), true);
   registerSaving(library, opened.get(), counts);
   registerExport(library, opened.get(), counts);
@@ -225,9 +320,7 @@ void registerEdits(const std::string& name, KR::BoxLibrary& library, const RunCo
     if (scene->box)
       return;
     KR::BoxLibraryNode* root = library.boxRoot();
-    scene->box = deepestBox(root);
-    if (!scene->box)
-      throw std::runtime_error(name + ": the library holds no box to edit");
+    scene->box = boxToEdit(library, name);
     scene->shelves[0] = root->appendChild("Bench Shelf A", true);
     scene->shelves[1] = root->appendChild("Bench Shelf B", true);
     scene->folder = addFolderOfBoxes(scene->shelves[0], 100);
@@ -237,10 +330,8 @@ void registerEdits(const std::string& name, KR::BoxLibrary& library, const RunCo
 
   // The scene is made in the untimed preparation of whichever edit runs first.
   add(prefix + op::kTooltipEdit, iterations, counts, [ready, scene](benchmark::State& state) {
-    int flip = 0;
-    timeEach(state, ready, [&] {
-      scene->box->boxData()->setTooltip(++flip % 2 ? "Edited.\ntags:\n bench" : "Original.");
-    });
+    int flips = 0;
+    timeEach(state, ready, [&] { flipTooltip(scene->box, flips); });
   });
   add(prefix + op::kFolderRename, iterations, counts, [ready, scene](benchmark::State& state) {
     int flip = 0;
@@ -266,6 +357,84 @@ void registerEdits(const std::string& name, KR::BoxLibrary& library, const RunCo
                               &KR::BoxLibraryNode::dataChanged);
           target->appendChild(folder);
         });
+      });
+}
+
+namespace {
+
+void collectBoxes(const KR::BoxLibraryNode* node, std::vector<const KR::BoxLibraryNode*>& boxes) {
+  if (node->isBox())
+    boxes.push_back(node);
+  for (const KR::BoxLibraryNode* child : node->childList())
+    collectBoxes(child, boxes);
+}
+
+}  // namespace
+
+void registerToolCommands(const LibraryUnderTest& library, const KR::BoxLibrary& opened,
+                          const std::string& krbox, const RunCounts& counts) {
+  // One box per edit, so that no edit changes the path another one names.
+  std::vector<const KR::BoxLibraryNode*> boxes;
+  collectBoxes(opened.boxRoot(), boxes);
+  if (boxes.size() < 3)
+    throw std::runtime_error(library.name + ": krbox's edits need three boxes");
+  const std::string edited = displayPath(*boxes.back());
+  const std::string renamedFolder = displayPath(*boxes[0]->parent());
+  const std::string renamed = boxes[0]->name();
+  const std::string movedFolder = displayPath(*boxes[1]->parent());
+  const std::string moved = boxes[1]->name();
+  const std::string prefix = library.name + "/";
+  const std::string directory = library.directory;
+  // Each command changes the library on disk; what was done, across repetitions, says how.
+  struct Done {
+    int tooltips = 0;
+    int renames = 0;
+    int moves = 0;
+  };
+  auto done = std::make_shared<Done>();
+  const auto command = [krbox](const std::vector<std::string>& arguments) {
+    return [krbox, arguments] {
+      std::vector<std::string> line = {krbox};
+      line.insert(line.end(), arguments.begin(), arguments.end());
+      runProgram(line, std::string(), Output::Discard);
+    };
+  };
+
+  add(prefix + op::kToolTree, 1, counts, [command, directory](benchmark::State& state) {
+    timeEach(
+        state, [] {}, command({"tree", directory}));
+  });
+  add(prefix + op::kToolSetTooltip, 1, counts,
+      [command, directory, edited, done](benchmark::State& state) {
+        timeEach(
+            state, [] {},
+            [&] {
+              command({"set-tooltip", directory, edited,
+                       ++done->tooltips % 2 ? "Set by krbox.\ntags:\n bench" : "Original."})();
+            });
+      });
+  add(prefix + op::kToolRename, 1, counts,
+      [command, directory, renamedFolder, renamed, done](benchmark::State& state) {
+        timeEach(
+            state, [] {},
+            [&] {
+              const bool back = done->renames++ % 2;
+              const std::string other = renamed + " (renamed)";
+              command({"rename", directory, joinedPath(renamedFolder, back ? other : renamed),
+                       back ? renamed : other})();
+            });
+      });
+  // Out to the top of the library and back.
+  add(prefix + op::kToolMove, 1, counts,
+      [command, directory, movedFolder, moved, done](benchmark::State& state) {
+        timeEach(
+            state, [] {},
+            [&] {
+              if (done->moves++ % 2)
+                command({"mv", directory, moved, movedFolder})();
+              else
+                command({"mv", directory, joinedPath(movedFolder, moved), ""})();
+            });
       });
 }
 

@@ -5,6 +5,7 @@
 #include <krboxlibrary/box_library.h>
 
 #include <fcntl.h>
+#include <sys/statfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,45 +18,84 @@
 
 namespace krbench {
 
-std::string runProgram(const std::vector<std::string>& arguments, const std::string& directory) {
+std::string runProgram(const std::vector<std::string>& arguments, const std::string& directory,
+                       Output output) {
   std::vector<char*> argv;
   for (const std::string& argument : arguments)
     argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
-  int output[2];
-  if (::pipe2(output, O_CLOEXEC) != 0)
-    throw std::runtime_error("cannot create a pipe: " + std::string(std::strerror(errno)));
+  // The child writes into ends[1]: a pipe read here, or /dev/null.
+  int ends[2] = {-1, -1};
+  if (output == Output::Capture ? ::pipe2(ends, O_CLOEXEC) != 0
+                                : (ends[1] = ::open("/dev/null", O_WRONLY | O_CLOEXEC)) < 0)
+    throw std::runtime_error("cannot open the output of " + arguments[0] + ": " +
+                             std::strerror(errno));
   const pid_t child = ::fork();
   if (child < 0) {
     const int code = errno;
-    ::close(output[0]);
-    ::close(output[1]);
+    for (const int end : ends) {
+      if (end >= 0)
+        ::close(end);
+    }
     throw std::runtime_error("cannot start " + arguments[0] + ": " + std::strerror(code));
   }
   if (child == 0) {
-    ::dup2(output[1], STDOUT_FILENO);
+    ::dup2(ends[1], STDOUT_FILENO);
     if (!directory.empty() && ::chdir(directory.c_str()) != 0)
       ::_exit(126);
     ::execvp(argv[0], argv.data());
     ::_exit(127);
   }
-  ::close(output[1]);
+  ::close(ends[1]);
   std::string printed;
   char buffer[4096];
-  for (;;) {
-    const ssize_t count = ::read(output[0], buffer, sizeof buffer);
+  while (ends[0] >= 0) {
+    const ssize_t count = ::read(ends[0], buffer, sizeof buffer);
     if (count > 0)
       printed.append(buffer, static_cast<size_t>(count));
     else if (count == 0 || errno != EINTR)
       break;
   }
-  ::close(output[0]);
+  if (ends[0] >= 0)
+    ::close(ends[0]);
   int status = 0;
   while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
     throw std::runtime_error(arguments[0] + " failed (status " + std::to_string(status) + ")");
   return printed;
+}
+
+bool dropPageCache() {
+  ::sync();
+  std::ofstream control("/proc/sys/vm/drop_caches");
+  control << "3" << std::flush;
+  return control.good();
+}
+
+std::string loadAverage() {
+  std::ifstream file("/proc/loadavg");
+  std::string averages[3];
+  file >> averages[0] >> averages[1] >> averages[2];
+  return averages[0] + " " + averages[1] + " " + averages[2];
+}
+
+std::string fileSystemType(const std::string& path) {
+  struct statfs info;
+  if (::statfs(path.c_str(), &info) != 0)
+    return "unknown";
+  switch (static_cast<unsigned long>(info.f_type)) {
+    case 0x01021994: return "tmpfs";
+    case 0xEF53: return "ext2/3/4";
+    case 0x58465342: return "xfs";
+    case 0x9123683E: return "btrfs";
+    case 0x794C7630: return "overlay";
+    default: {
+      char hex[32];
+      std::snprintf(hex, sizeof hex, "0x%lx", static_cast<unsigned long>(info.f_type));
+      return hex;
+    }
+  }
 }
 
 long peakResidentKiB() {

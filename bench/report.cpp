@@ -19,19 +19,56 @@ namespace {
 struct Comparison {
   const char* title;
   const char* operation;
-  const char* baseline;  // an operation of the same library, or of the reference for edits
+  const char* baseline;  // an operation of the same library, or of the reference for edits;
+                         // null when the operation has a time limit of its own
   const char* baselineTitle;
   bool edit;
+  bool perBox;  // whether the work grows with the library, so that time per box tells
 };
 
 const Comparison kComparisons[] = {
-    {"open zip, read tree", op::kOpenZip, op::kExtractZip, "bsdtar -x", false},
-    {"open directory", op::kOpenDirectory, op::kCopyDirectory, "cp -a", false},
-    {"save to zip", op::kSaveZip, op::kWriteZip, "bsdtar -c zip", false},
-    {"export behaviors", op::kExportBehaviors, op::kCopyBehaviors, "cp -a --parents", false},
-    {"tooltip edit", op::kTooltipEdit, op::kTooltipEdit, "same, reference", true},
-    {"folder rename", op::kFolderRename, op::kFolderRename, "same, reference", true},
-    {"move 100-box folder", op::kFolderMove, op::kFolderMove, "same, reference", true},
+    {"open zip, read tree", op::kOpenZip, op::kReadZip, "bsdtar -xO", false, true},
+    {"  cold cache", op::kOpenZipCold, op::kReadZipCold, "bsdtar -xO, cold", false, true},
+    {"open directory", op::kOpenDirectory, op::kReadDirectory, "read each file", false, true},
+    {"  cold cache", op::kOpenDirectoryCold, op::kReadDirectoryCold, "read each file, cold", false,
+     true},
+    {"close after an edit", op::kClose, nullptr, "-", false, false},
+    {"edit, save dir in place", op::kSaveDirectoryInPlace, nullptr, "-", false, false},
+    {"edit, save zip in place", op::kSaveZipInPlace, op::kCopyZip, "copy the zip", false, false},
+    {"save to zip", op::kSaveZip, op::kWriteZip, "bsdtar -c zip", false, true},
+    {"export behaviors", op::kExportBehaviors, op::kCopyBehaviors, "cp -a --parents", false, true},
+    {"krbox set-tooltip", op::kToolSetTooltip, op::kToolTree, "krbox tree", false, false},
+    {"krbox rename", op::kToolRename, op::kToolTree, "krbox tree", false, false},
+    {"krbox mv", op::kToolMove, op::kToolTree, "krbox tree", false, false},
+    {"tooltip edit", op::kTooltipEdit, op::kTooltipEdit, "same, reference", true, false},
+    {"folder rename", op::kFolderRename, op::kFolderRename, "same, reference", true, false},
+    {"move 100-box folder", op::kFolderMove, op::kFolderMove, "same, reference", true, false},
+};
+
+// The targets below hold from this size on; smaller libraries show the fixed costs.
+const int kLargeLibrary = 10000;
+
+// An operation's limit: a ratio to its baseline, or a time in ms when it has none.
+struct Limit {
+  const char* operation;
+  const char* baseline;
+  double limit;
+  int fromBoxes;
+};
+
+const Limit kLimits[] = {
+    {op::kOpenZip, op::kReadZip, 2, kLargeLibrary},
+    {op::kOpenZipCold, op::kReadZipCold, 2, kLargeLibrary},
+    {op::kOpenDirectory, op::kReadDirectory, 1.5, kLargeLibrary},
+    {op::kOpenDirectoryCold, op::kReadDirectoryCold, 1.5, kLargeLibrary},
+    {op::kClose, nullptr, 10, kLargeLibrary},
+    {op::kSaveDirectoryInPlace, nullptr, 20, kLargeLibrary},
+    {op::kSaveZipInPlace, op::kCopyZip, 1.5, kLargeLibrary},
+    {op::kSaveZip, op::kWriteZip, 1.5, 0},
+    {op::kExportBehaviors, op::kCopyBehaviors, 2, 0},
+    {op::kToolSetTooltip, op::kToolTree, 1.3, kLargeLibrary},
+    {op::kToolRename, op::kToolTree, 1.3, kLargeLibrary},
+    {op::kToolMove, op::kToolTree, 1.3, kLargeLibrary},
 };
 
 std::string format(const char* pattern, double value) {
@@ -64,11 +101,19 @@ std::string key(const std::string& library, const char* operation) {
 }
 
 // An operation of library and its baseline: the library's own, or the reference's for edits.
-std::pair<Figure, Figure> compared(const Results& results, const LibraryUnderTest& library,
-                                   const Comparison& row) {
+// A row without a baseline has an empty one.
+std::pair<Figure, Figure> compared(const Results& results, const MediumResult& medium,
+                                   const LibraryUnderTest& library, const Comparison& row) {
   const Collector& figures = *results.collector;
   return {figures.figure(key(library.name, row.operation)),
-          figures.figure(key(row.edit ? results.referenceName : library.name, row.baseline))};
+          row.baseline
+              ? figures.figure(key(row.edit ? medium.referenceName : library.name, row.baseline))
+              : Figure()};
+}
+
+// Whether an operation was run at all: cold runs and krbox's are not in every series.
+bool ran(const Figure& figure) {
+  return figure.runs > 0 || !figure.error.empty();
 }
 
 double perBoxKiB(const PeakMemory& memory) {
@@ -88,8 +133,8 @@ double ratio(const Figure& a, const Figure& b) {
   return a.measured() && b.measured() && b.median > 0 ? a.median / b.median : NAN;
 }
 
-const LibraryResult* libraryWithBoxes(const Results& results, int boxes, bool flat) {
-  for (const LibraryResult& result : results.libraries) {
+const LibraryResult* libraryWithBoxes(const MediumResult& medium, int boxes, bool flat) {
+  for (const LibraryResult& result : medium.libraries) {
     const LibraryShape& shape = result.library.shape;
     if (shape.boxes == boxes && shape.isFlat() == flat)
       return &result;
@@ -104,49 +149,63 @@ double perBoxRatio(const Results& results, const LibraryResult& large, const Lib
   return ratio(a, b) * small.library.generated.boxes / large.library.generated.boxes;
 }
 
-std::vector<Target> targets(const Results& results) {
-  std::vector<Target> list;
+void addTargets(const Results& results, const MediumResult& medium, std::vector<Target>& list) {
   const Collector& figures = *results.collector;
-  if (const LibraryResult* tenThousand = libraryWithBoxes(results, 10000, false)) {
-    const std::string name = tenThousand->library.name;
-    for (const auto& [open, base] : {std::pair(op::kOpenZip, op::kExtractZip),
-                                     std::pair(op::kOpenDirectory, op::kCopyDirectory)})
-      list.push_back({std::string(open) + " vs its baseline", label(tenThousand->library),
-                      ratio(figures.figure(key(name, open)), figures.figure(key(name, base))), 2,
-                      "x"});
-  }
-  const LibraryResult* thousand = libraryWithBoxes(results, 1000, false);
-  for (const LibraryResult& result : results.libraries) {
-    if (!thousand || &result == thousand || result.library.generated.boxes < 20000)
-      continue;
-    for (const char* open : {op::kOpenZip, op::kOpenDirectory})
-      list.push_back({std::string(open) + " time per box vs nested 1,000", label(result.library),
-                      perBoxRatio(results, result, *thousand, open), 1.3, "x"});
-  }
-  for (const LibraryResult& result : results.libraries) {
+  const LibraryResult* thousand = libraryWithBoxes(medium, 1000, false);
+  for (const LibraryResult& result : medium.libraries) {
     const std::string name = result.library.name;
-    const std::string where = label(result.library);
-    list.push_back(
-        {"save zip vs its baseline", where,
-         ratio(figures.figure(key(name, op::kSaveZip)), figures.figure(key(name, op::kWriteZip))),
-         1.5, "x"});
-    list.push_back({"export vs its baseline", where,
-                    ratio(figures.figure(key(name, op::kExportBehaviors)),
-                          figures.figure(key(name, op::kCopyBehaviors))),
-                    2, "x"});
+    const std::string where = label(result.library) + ", " + medium.name;
+    const int boxes = result.library.generated.boxes;
+    for (const Limit& limit : kLimits) {
+      const Figure figure = figures.figure(key(name, limit.operation));
+      if (boxes < limit.fromBoxes || !ran(figure))
+        continue;
+      if (limit.baseline)
+        list.push_back({std::string(limit.operation) + " vs " + limit.baseline, where,
+                        ratio(figure, figures.figure(key(name, limit.baseline))), limit.limit,
+                        "x"});
+      else
+        list.push_back({std::string(limit.operation) + " time", where,
+                        figure.measured() ? figure.median * 1e3 : NAN, limit.limit, "ms"});
+    }
+    if (thousand && &result != thousand && boxes >= kLargeLibrary) {
+      for (const char* open : {op::kOpenZip, op::kOpenDirectory})
+        list.push_back({std::string(open) + " time per box vs nested 1,000", where,
+                        perBoxRatio(results, result, *thousand, open), 1.3, "x"});
+    }
     for (const Comparison& edit : kComparisons) {
       if (!edit.edit)
         continue;
       const Figure figure = figures.figure(key(name, edit.operation));
       list.push_back({std::string(edit.operation) + " vs reference", where,
-                      ratio(figure, figures.figure(key(results.referenceName, edit.operation))),
-                      1.5, "x"});
+                      ratio(figure, figures.figure(key(medium.referenceName, edit.operation))), 1.5,
+                      "x"});
       list.push_back({std::string(edit.operation) + " time", where,
                       figure.measured() ? figure.median * 1e3 : NAN, 5, "ms"});
     }
     list.push_back({"memory per box", where, perBoxKiB(result.memory), 4, "KiB"});
   }
+}
+
+std::vector<Target> targets(const Results& results) {
+  std::vector<Target> list;
+  for (const MediumResult& medium : results.mediums)
+    addTargets(results, medium, list);
   return list;
+}
+
+// What the page cache holds while the medium's operations run.
+std::string cacheState(const MediumResult& medium) {
+  if (medium.fileSystem == "tmpfs")
+    return "in memory: there is no page cache to miss.";
+  std::string state =
+      "page cache warm: each library is written, then synced (sync), just before its runs, so "
+      "its files are cached and no write-back is pending.";
+  state += medium.coldCache
+               ? " The cold rows drop the page cache (sync; echo 3 > /proc/sys/vm/drop_caches) "
+                 "before each run."
+               : " The page cache cannot be dropped here: there are no cold rows.";
+  return state;
 }
 
 QJsonObject figureJson(const Figure& figure) {
@@ -218,49 +277,59 @@ void printReport(std::ostream& out, const Results& results) {
   out << "\nEach time is the median of " << results.counts.repetitions
       << " runs [min-max]; an edit run is " << results.counts.editIterations
       << " edits in a row. Edits are compared with the same edit on the "
-      << thousands(results.referenceBoxes) << "-box reference library.\n";
-  for (const LibraryResult& result : results.libraries) {
-    const LibraryUnderTest& library = result.library;
-    const GeneratedLibrary& generated = library.generated;
-    out << "\n"
-        << label(library) << " (fan-out " << library.shape.fanOut << ", depth "
-        << library.shape.depth << "): " << thousands(generated.boxes) << " boxes, "
-        << thousands(generated.folders) << " folders, " << thousands(generated.behaviors)
-        << " behaviors, " << thousands(generated.resourceFiles) << " resource files, "
-        << format("%.1f MB", generated.bytes / 1e6) << "\n";
-    std::snprintf(line, sizeof line, "  %-22s %-28s %-17s %-28s %7s %9s\n", "operation",
-                  "library [min-max]", "baseline", "baseline [min-max]", "ratio", "per box");
-    out << line;
-    for (const Comparison& row : kComparisons) {
-      const auto [mine, base] = compared(results, library, row);
-      auto cell = [](const Figure& figure) {
-        if (!figure.measured())
-          return figure.error.empty() ? std::string("not measured") : "failed: " + figure.error;
-        return duration(figure.median) + " [" + duration(figure.min) + "-" + duration(figure.max) +
-               "]";
-      };
-      const double r = ratio(mine, base);
-      const std::string perBox = !row.edit && mine.measured() && generated.boxes > 0
-                                     ? duration(mine.median / generated.boxes)
-                                     : std::string("-");
-      std::snprintf(line, sizeof line, "  %-22s %-28s %-17s %-28s %7s %9s\n", row.title,
-                    cell(mine).c_str(), row.baselineTitle, cell(base).c_str(),
-                    std::isnan(r) ? "-" : format("%.2fx", r).c_str(), perBox.c_str());
+      << thousands(results.referenceBoxes)
+      << "-box reference library. The library's own scratch files (TMPDIR) are in the same "
+         "work directory as the library.\n";
+  for (const MediumResult& medium : results.mediums) {
+    out << "\n== " << medium.name << ": " << medium.directory << " (" << medium.fileSystem
+        << ") ==\n"
+        << cacheState(medium) << "\nLoad averages (1, 5, 15 min): " << medium.loadBefore
+        << " at the start, " << medium.loadAfter << " at the end.\n";
+    for (const LibraryResult& result : medium.libraries) {
+      const LibraryUnderTest& library = result.library;
+      const GeneratedLibrary& generated = library.generated;
+      out << "\n"
+          << label(library) << " (fan-out " << library.shape.fanOut << ", depth "
+          << library.shape.depth << "), " << medium.name << ": " << thousands(generated.boxes)
+          << " boxes, " << thousands(generated.folders) << " folders, "
+          << thousands(generated.behaviors) << " behaviors, " << thousands(generated.resourceFiles)
+          << " resource files, " << format("%.1f MB", generated.bytes / 1e6) << "\n";
+      std::snprintf(line, sizeof line, "  %-24s %-28s %-21s %-28s %7s %9s\n", "operation",
+                    "library [min-max]", "baseline", "baseline [min-max]", "ratio", "per box");
+      out << line;
+      for (const Comparison& row : kComparisons) {
+        const auto [mine, base] = compared(results, medium, library, row);
+        if (!ran(mine) && !ran(base))
+          continue;
+        auto cell = [](const Figure& figure) {
+          if (!figure.measured())
+            return figure.error.empty() ? std::string("-") : "failed: " + figure.error;
+          return duration(figure.median) + " [" + duration(figure.min) + "-" +
+                 duration(figure.max) + "]";
+        };
+        const double r = ratio(mine, base);
+        const std::string perBox = row.perBox && mine.measured() && generated.boxes > 0
+                                       ? duration(mine.median / generated.boxes)
+                                       : std::string("-");
+        std::snprintf(line, sizeof line, "  %-24s %-28s %-21s %-28s %7s %9s\n", row.title,
+                      cell(mine).c_str(), row.baselineTitle, cell(base).c_str(),
+                      std::isnan(r) ? "-" : format("%.2fx", r).c_str(), perBox.c_str());
+        out << line;
+      }
+      std::snprintf(
+          line, sizeof line,
+          "  peak RSS, opening the zip: %.1f MiB before, %.1f MiB after: %.2f KiB per box\n",
+          result.memory.beforeKiB / 1024.0, result.memory.afterKiB / 1024.0,
+          perBoxKiB(result.memory));
       out << line;
     }
-    std::snprintf(
-        line, sizeof line,
-        "  peak RSS, opening the zip: %.1f MiB before, %.1f MiB after: %.2f KiB per box\n",
-        result.memory.beforeKiB / 1024.0, result.memory.afterKiB / 1024.0,
-        perBoxKiB(result.memory));
-    out << line;
   }
   out << "\nTargets\n";
   for (const Target& target : targets(results)) {
     const std::string measured = std::isnan(target.measured)
                                      ? "not measured"
                                      : format("%.2f", target.measured) + " " + target.unit;
-    std::snprintf(line, sizeof line, "  %-6s %-44s %-14s %-16s (limit %s %s)\n",
+    std::snprintf(line, sizeof line, "  %-6s %-48s %-22s %-16s (limit %s %s)\n",
                   target.met() ? "met" : "MISSED", target.goal.c_str(), target.library.c_str(),
                   measured.c_str(), format("%.1f", target.limit).c_str(), target.unit.c_str());
     out << line;
@@ -268,32 +337,48 @@ void printReport(std::ostream& out, const Results& results) {
 }
 
 void writeJson(const std::string& path, const Results& results) {
+  QJsonArray mediums;
   QJsonArray libraries;
-  for (const LibraryResult& result : results.libraries) {
-    const LibraryUnderTest& library = result.library;
-    QJsonObject operations;
-    for (const Comparison& row : kComparisons) {
-      const auto [mine, base] = compared(results, library, row);
-      QJsonObject entry = figureJson(mine);
-      entry["baseline"] = figureJson(base);
-      entry["baseline_command"] = row.baselineTitle;
-      entry["ratio"] = number(ratio(mine, base));
-      if (!row.edit && mine.measured())
-        entry["per_box_s"] = mine.median / library.generated.boxes;
-      operations[row.operation] = entry;
+  for (const MediumResult& medium : results.mediums) {
+    mediums.append(QJsonObject{{"name", QString::fromStdString(medium.name)},
+                               {"directory", QString::fromStdString(medium.directory)},
+                               {"file_system", QString::fromStdString(medium.fileSystem)},
+                               {"cold_cache", medium.coldCache},
+                               {"cache", QString::fromStdString(cacheState(medium))},
+                               {"reference", QString::fromStdString(medium.referenceName)},
+                               {"load_before", QString::fromStdString(medium.loadBefore)},
+                               {"load_after", QString::fromStdString(medium.loadAfter)}});
+    for (const LibraryResult& result : medium.libraries) {
+      const LibraryUnderTest& library = result.library;
+      QJsonObject operations;
+      for (const Comparison& row : kComparisons) {
+        const auto [mine, base] = compared(results, medium, library, row);
+        if (!ran(mine) && !ran(base))
+          continue;
+        QJsonObject entry = figureJson(mine);
+        if (row.baseline) {
+          entry["baseline"] = figureJson(base);
+          entry["baseline_command"] = row.baselineTitle;
+          entry["ratio"] = number(ratio(mine, base));
+        }
+        if (row.perBox && mine.measured())
+          entry["per_box_s"] = mine.median / library.generated.boxes;
+        operations[row.operation] = entry;
+      }
+      libraries.append(QJsonObject{{"name", QString::fromStdString(library.name)},
+                                   {"medium", QString::fromStdString(medium.name)},
+                                   {"label", QString::fromStdString(label(library))},
+                                   {"fan_out", library.shape.fanOut},
+                                   {"depth", library.shape.depth},
+                                   {"seed", double(library.shape.seed)},
+                                   {"boxes", library.generated.boxes},
+                                   {"folders", library.generated.folders},
+                                   {"behaviors", library.generated.behaviors},
+                                   {"resource_files", library.generated.resourceFiles},
+                                   {"bytes", double(library.generated.bytes)},
+                                   {"operations", operations},
+                                   {"memory", memoryJson(result.memory)}});
     }
-    libraries.append(QJsonObject{{"name", QString::fromStdString(library.name)},
-                                 {"label", QString::fromStdString(label(library))},
-                                 {"fan_out", library.shape.fanOut},
-                                 {"depth", library.shape.depth},
-                                 {"seed", double(library.shape.seed)},
-                                 {"boxes", library.generated.boxes},
-                                 {"folders", library.generated.folders},
-                                 {"behaviors", library.generated.behaviors},
-                                 {"resource_files", library.generated.resourceFiles},
-                                 {"bytes", double(library.generated.bytes)},
-                                 {"operations", operations},
-                                 {"memory", memoryJson(result.memory)}});
   }
   QJsonArray targetList;
   for (const Target& target : targets(results))
@@ -306,6 +391,7 @@ void writeJson(const std::string& path, const Results& results) {
   const QJsonObject document{{"repetitions", results.counts.repetitions},
                              {"edit_iterations", results.counts.editIterations},
                              {"reference_boxes", results.referenceBoxes},
+                             {"mediums", mediums},
                              {"libraries", libraries},
                              {"targets", targetList}};
   QFile file(QString::fromStdString(path));

@@ -43,15 +43,27 @@ struct LibraryResult {
   PeakMemory memory;  // opening the zip form, whose extraction adds libarchive's buffers
 };
 
+// One series: the libraries of one work directory, on the disk or in memory.
+struct MediumResult {
+  std::string name;  // "disk" or "tmpfs"
+  std::string directory;
+  std::string fileSystem;
+  bool coldCache = false;     // whether opening was also timed with the page cache dropped
+  std::string referenceName;  // whose edits the others' are compared with
+  std::vector<LibraryResult> libraries;
+  std::string loadBefore;  // the load averages when the series started and ended: the
+  std::string loadAfter;   // figures count for little on a busy machine
+};
+
 struct Results {
   RunCounts counts;
-  std::string referenceName;  // whose edits the others' are compared with
   int referenceBoxes = 0;
-  std::vector<LibraryResult> libraries;
+  std::vector<MediumResult> mediums;  // the disk first
   const Collector* collector = nullptr;
 };
 
-// The table of times, ratios, time per box and memory per box, then the targets.
+// For each medium, the table of times, ratios, time per box and memory per box; then the
+// targets.
 void printReport(std::ostream& out, const Results& results);
 // The same figures as a JSON document.
 void writeJson(const std::string& path, const Results& results);

@@ -25,4 +25,15 @@ TreeCount readWholeTree(const KR::BoxLibraryNode& node) {
   return count;
 }
 
+std::string displayPath(const KR::BoxLibraryNode& node) {
+  const KR::BoxLibraryNode* parent = node.parent();
+  if (!parent)
+    return std::string();
+  return joinedPath(displayPath(*parent), node.name());
+}
+
+std::string joinedPath(const std::string& folderPath, const std::string& name) {
+  return folderPath.empty() ? name : folderPath + "/" + name;
+}
+
 }  // namespace krbench

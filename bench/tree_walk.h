@@ -1,6 +1,8 @@
 #ifndef KRBOX_BENCH_TREE_WALK_H
 #define KRBOX_BENCH_TREE_WALK_H
 
+#include <string>
+
 namespace KR {
 class BoxLibraryNode;
 }
@@ -15,6 +17,11 @@ struct TreeCount {
 // Reads what the library panel shows of every node below node (name, expanded flag,
 // tooltip, bitmaps), as a user scrolling through the whole tree would.
 TreeCount readWholeTree(const KR::BoxLibraryNode& node);
+
+// The names from the top of the library down to node, as krbox takes a node: "A/B/box".
+std::string displayPath(const KR::BoxLibraryNode& node);
+// name in the folder at folderPath, a path as displayPath() gives; "" is the top.
+std::string joinedPath(const std::string& folderPath, const std::string& name);
 
 }  // namespace krbench
 
