@@ -207,6 +207,7 @@ private:
   void putFile(const std::string& path, const std::optional<std::string>& basis);
   void writeSubtree(const std::string& path, const std::optional<std::string>& basis);
   std::string stage(const std::string& bytes);
+  bool flushStaged() const;
   void openPendingOnce();
 
   Changes& m_changes;
@@ -219,6 +220,7 @@ private:
   std::vector<std::string> m_touched;
   int m_pending = -1;
   unsigned m_count = 0;
+  std::vector<std::string> m_staged;
 };
 
 // A subtree moved inside the source is renamed, not copied, when nothing else still
@@ -279,18 +281,35 @@ void Planner::openPendingOnce() {
     throwSystemError("Could not prepare the save in " + m_source.root(), lastError());
 }
 
+// A flush of the whole filesystem also writes out whatever else is pending on it, which
+// can take long on a busy disk: a small save flushes its own files instead.
+bool Planner::flushStaged() const {
+  if (m_staged.size() > 8)
+    return ::syncfs(m_pending) == 0;
+  for (const std::string& name : m_staged) {
+    const int fd = ::openat(m_pending, name.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool ok = fd >= 0 && ::fsync(fd) == 0;
+    if (fd >= 0)
+      ::close(fd);
+    if (!ok)
+      return false;
+  }
+  return true;
+}
+
 std::string Planner::stage(const std::string& bytes) {
   openPendingOnce();
   const std::string name = "f" + std::to_string(++m_count);
   const int fd = ::openat(m_pending, name.c_str(),
                           O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
-  // Flushed all at once before the record is written (syncfs in run).
+  // Flushed before the record is written (flushStaged).
   const bool ok = fd >= 0 && writeAll(fd, bytes.data(), bytes.size());
   const std::error_code reason = lastError();
   if (fd >= 0)
     ::close(fd);
   if (!ok)
     throwSystemError("Could not write in " + m_source.root(), reason);
+  m_staged.push_back(name);
   return name;
 }
 
@@ -402,7 +421,7 @@ void Planner::run() {
       holder->preserve(&m_source, m_touched);
   }
   // The staged files are on disk before the record that names them.
-  if (::syncfs(m_pending) != 0)
+  if (!flushStaged())
     throwSystemError("Could not write in " + m_source.root(), lastError());
   const std::string record = serialize(m_ops);
   const int fd = ::openat(m_pending, kRecordNew, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
