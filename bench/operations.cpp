@@ -226,7 +226,14 @@ void registerSaving(const LibraryUnderTest& library, KR::BoxLibrary* opened,
   add(prefix + op::kSaveZip, 1, counts, [library, opened, previous](benchmark::State& state) {
     std::string target;
     timeEach(
-        state, [&] { target = freshPath(library, "saved") + ".lbf"; },
+        state,
+        [&] {
+          // A library saved once reads from its zip, and a save from there copies the
+          // entries as stored: every run starts from the directory again.
+          if (!previous->empty())
+            *opened = KR::BoxLibrary(QString::fromStdString(library.directory), true);
+          target = freshPath(library, "saved") + ".lbf";
+        },
         [&] { opened->saveTo(QString::fromStdString(target), KR::BoxLibrary::ZipFormat); },
         [&] {
           if (!previous->empty())
