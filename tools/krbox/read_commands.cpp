@@ -4,8 +4,6 @@
 #include <krboxlibrary/box_library_node.h>
 #include <zu/project/project_model.h>
 
-#include <QFileInfo>
-
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -68,9 +66,10 @@ private:
 QStringList resourceLines(const KR::BoxLibraryNode& node) {
   QStringList lines;
   const auto resources = node.resources();
+  // Read through the model: a local path would first copy the file into scratch space.
   for (const QString& file : resources->files) {
-    const QFileInfo info(resources->project->getFileLocalPath(resources->path + '/' + file));
-    lines.append(QString("%1 (%2 bytes)").arg(file).arg(info.size()));
+    const QByteArray bytes = resources->project->readFile(resources->path + '/' + file);
+    lines.append(QString("%1 (%2 bytes)").arg(file).arg(bytes.size()));
   }
   return lines;
 }
