@@ -2,15 +2,12 @@
 
 #include "archive_io.h"
 #include "changes.h"
-#include "directory_source.h"
 #include "paths.h"
 #include "zip_commit.h"
-#include "zip_source.h"
 
 #include <zu/project/exceptions.h>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
 
@@ -74,38 +71,6 @@ void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat forma
     fs::remove_all(fresh, ignored);
     throw;
   }
-}
-
-std::shared_ptr<Source> openSource(const fs::path& path, ArchiveFormat format) {
-  struct stat info;
-  if (path.empty() || ::stat(path.c_str(), &info) != 0)
-    throw PathNotFound(path.string());
-  if (S_ISDIR(info.st_mode)) {
-    if (format != ArchiveFormat_Auto && format != ArchiveFormat_Current &&
-        format != ArchiveFormat_Directory)
-      throw UnsupportedFormat(path.string() + ": a directory, not an archive");
-    return std::make_shared<DirectorySource>(path.native(), ArchiveFormat_Directory);
-  }
-  if (format == ArchiveFormat_Directory)
-    throw UnsupportedFormat(path.string() + ": not a directory");
-  // A zip is read in place; libarchive recognises every other form, and tells a text
-  // from a damaged archive.
-  if (info.st_size > 0) {
-    try {
-      return std::make_shared<ZipSource>(path.native());
-    } catch (const UnsupportedFormat&) {
-    }
-  }
-  std::shared_ptr<Scratch> scratch = Scratch::create();
-  const fs::path root = scratch->path() / scratch->newName();
-  std::error_code error;
-  fs::create_directory(root, error);
-  if (error)
-    throwSystemError("Could not create " + root.string(), error);
-  const ArchiveFormat extracted = extractArchive(path, root);
-  if (extracted == ArchiveFormat_Zip)
-    throw CorruptedFile(path.string() + ": a damaged zip archive");
-  return std::make_shared<DirectorySource>(root.native(), extracted, std::move(scratch));
 }
 
 }  // namespace detail

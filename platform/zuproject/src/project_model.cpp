@@ -56,9 +56,11 @@ struct ProjectModel::Private {
     return *result;
   }
 
+  // What is at a path already in normal form.
+  Kind kind(const std::string& path) const { return changes->resolve(path).kind; }
   Kind kind(const QString& path) const {
     const std::optional<std::string> path8 = normalized(path);
-    return path8 ? changes->resolve(*path8).kind : Kind::None;
+    return path8 ? kind(*path8) : Kind::None;
   }
 };
 
@@ -192,7 +194,7 @@ FILE* ProjectModel::fopen(const QString& path, const char* mode) {
 
 bool ProjectModel::hasFile(const QString& path) const {
   const std::optional<std::string> file = normalized(path);
-  return file && !file->empty() && d->kind(path) == Kind::File;
+  return file && !file->empty() && d->kind(*file) == Kind::File;
 }
 
 bool ProjectModel::hasDir(const QString& path) const {
@@ -227,13 +229,13 @@ void ProjectModel::move(const QString& from, const QString& to, bool overwrite) 
   const std::string target = Private::checked(to);
   if (source.empty() || target.empty())
     throw Exception("The top of a project cannot be moved or replaced");
-  if (d->kind(from) == Kind::None)
+  if (d->kind(source) == Kind::None)
     throw PathNotFound(toUtf8(from));
   if (source == target)
     return;
   if (isWithin(target, source))
     throw Exception("Could not move " + source + " into itself");
-  if (d->kind(to) != Kind::None) {
+  if (d->kind(target) != Kind::None) {
     if (!overwrite)
       throw Exception("Could not move " + source + ": " + target + " already exists");
     d->changes->remove(target);
@@ -248,7 +250,7 @@ void ProjectModel::importFile(const ProjectModel* source, const QString& sourceP
     throw Exception("No project to import from");
   const std::string from = Private::checked(sourcePath);
   const std::string to = Private::checked(destinationPath);
-  const Kind kind = source->d->kind(sourcePath);
+  const Kind kind = source->d->kind(from);
   if (kind == Kind::None)
     throw PathNotFound(toUtf8(sourcePath));
   if (source == this) {
@@ -257,7 +259,7 @@ void ProjectModel::importFile(const ProjectModel* source, const QString& sourceP
     if (kind == Kind::Dir && isWithin(to, from))
       throw Exception("Could not copy " + from + " into itself");
   }
-  const Kind existing = d->kind(destinationPath);
+  const Kind existing = d->kind(to);
   if (existing != Kind::None) {
     if (!overwrite)
       throw Exception("Could not import " + from + ": " + to + " already exists");
@@ -270,7 +272,7 @@ void ProjectModel::importFile(const ProjectModel* source, const QString& sourceP
 
 void ProjectModel::exportFile(const QString& path, const QString& diskPathText, bool overwrite) {
   const std::string from = Private::checked(path);
-  const Kind kind = d->kind(path);
+  const Kind kind = d->kind(from);
   if (kind == Kind::None)
     throw PathNotFound(toUtf8(path));
   if (diskPathText.isEmpty())

@@ -1,5 +1,14 @@
 #include "source.h"
 
+#include "archive_io.h"
+#include "directory_source.h"
+#include "paths.h"
+#include "scratch.h"
+#include "zip_source.h"
+
+#include <zu/project/exceptions.h>
+
+#include <sys/stat.h>
 #include <algorithm>
 
 namespace zu {
@@ -26,6 +35,38 @@ void Source::detach(Changes* holder) {
 std::vector<Changes*> Source::holders() const {
   std::lock_guard<std::mutex> lock(m_holdersMutex);
   return m_holders;
+}
+
+std::shared_ptr<Source> openSource(const fs::path& path, ArchiveFormat format) {
+  struct stat info;
+  if (path.empty() || ::stat(path.c_str(), &info) != 0)
+    throw PathNotFound(path.string());
+  if (S_ISDIR(info.st_mode)) {
+    if (format != ArchiveFormat_Auto && format != ArchiveFormat_Current &&
+        format != ArchiveFormat_Directory)
+      throw UnsupportedFormat(path.string() + ": a directory, not an archive");
+    return std::make_shared<DirectorySource>(path.native(), ArchiveFormat_Directory);
+  }
+  if (format == ArchiveFormat_Directory)
+    throw UnsupportedFormat(path.string() + ": not a directory");
+  // A zip is read in place; libarchive recognises every other form, and tells a text
+  // from a damaged archive.
+  if (info.st_size > 0) {
+    try {
+      return std::make_shared<ZipSource>(path.native());
+    } catch (const UnsupportedFormat&) {
+    }
+  }
+  std::shared_ptr<Scratch> scratch = Scratch::create();
+  const fs::path root = scratch->path() / scratch->newName();
+  std::error_code error;
+  fs::create_directory(root, error);
+  if (error)
+    throwSystemError("Could not create " + root.string(), error);
+  const ArchiveFormat extracted = extractArchive(path, root);
+  if (extracted == ArchiveFormat_Zip)
+    throw CorruptedFile(path.string() + ": a damaged zip archive");
+  return std::make_shared<DirectorySource>(root.native(), extracted, std::move(scratch));
 }
 
 }  // namespace detail

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -65,6 +66,10 @@ private:
   mutable std::mutex m_holdersMutex;
   std::vector<Changes*> m_holders;
 };
+
+/// The source at an absolute path: a directory in place, a zip through libzip, any other
+/// archive extracted into scratch. Throws PathNotFound, UnsupportedFormat, CorruptedFile.
+std::shared_ptr<Source> openSource(const std::filesystem::path& path, ArchiveFormat format);
 
 /// A read stream over bytes held in memory.
 FILE* openMemory(std::string bytes);
