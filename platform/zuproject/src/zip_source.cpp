@@ -31,9 +31,7 @@ std::string checkedName(const std::string& archive, const std::string& name, boo
   const std::optional<std::string> normal = normalizeSteps(name, false);
   if (!normal)
     refuse(archive, name, "leaves the archive");
-  if (!normal->empty() && normal->compare(0, std::string(kPendingName).size(), kPendingName) == 0 &&
-      (normal->size() == std::string(kPendingName).size() ||
-       (*normal)[std::string(kPendingName).size()] == '/'))
+  if (!normal->empty() && isWithin(*normal, kPendingName))
     refuse(archive, name, "has a reserved name");
   *dir = name.back() == '/';
   return *normal;
