@@ -1,14 +1,26 @@
 #ifndef KRBOX_LIBRARY_FIXTURES_H
 #define KRBOX_LIBRARY_FIXTURES_H
 
+// Included first by every library test: the headers, fixtures and file helpers they share.
+
+#include <gtest/gtest.h>
+#include <krboxlibrary/box_constants.h>
+#include <krboxlibrary/box_data.h>
+#include <krboxlibrary/box_library.h>
+#include <krserial/xml_document.h>
 #include <zu/project/project_model.h>
 
-#include <QByteArray>
-#include <QString>
+#include <QDir>
+#include <QSignalSpy>
+#include <QTemporaryDir>
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "archive_builder.h"
+#include "test_files.h"
 
 namespace testutil {
 

@@ -1,9 +1,4 @@
-#include <krboxlibrary/box_data.h>
-#include <krserial/xml_document.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
+#include "library_fixtures.h"
 
 namespace {
 

@@ -1,20 +1,8 @@
-#include <krboxlibrary/box_constants.h>
-#include <krboxlibrary/box_library.h>
-#include <krserial/xml_document.h>
+#include "library_fixtures.h"
+
 #include <zu/project/behavior_project.h>
 #include <zu/project/exceptions.h>
 #include <zu/project/project.h>
-
-#include "library_fixtures.h"
-#include "test_files.h"
-
-#include <gtest/gtest.h>
-
-#include <QDir>
-#include <QDirIterator>
-#include <QTemporaryDir>
-
-#include <string>
 
 namespace {
 
@@ -22,19 +10,6 @@ using testutil::boxFile;
 
 std::string behavior(const std::string& name) {
   return "<Box name=\"" + name + "\">" + testutil::kBehaviorInterface + "</Box>";
-}
-
-// Every entry below root, relative and sorted; directories end in "/".
-QStringList entriesBelow(const QString& root) {
-  QStringList entries;
-  QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
-                  QDirIterator::Subdirectories);
-  while (it.hasNext()) {
-    it.next();
-    entries.append(QDir(root).relativeFilePath(it.filePath()) + (it.fileInfo().isDir() ? "/" : ""));
-  }
-  entries.sort();
-  return entries;
 }
 
 TEST(BehaviorExport, WritesEachBehaviorAsAProjectAndSkipsBrokenOnes) {
@@ -61,7 +36,7 @@ TEST(BehaviorExport, WritesEachBehaviorAsAProjectAndSkipsBrokenOnes) {
   QTemporaryDir destination;
   testutil::writeFixture(destination.path(), {{"Tools/Broken/kept.txt", "mine"}});
   library.exportBehaviors(destination.path());
-  EXPECT_EQ(entriesBelow(destination.path()),
+  EXPECT_EQ(testutil::diskTree(destination.path()),
             (QStringList{"Misc%2e/", "Misc%2e/Wave%3a Bye/", "Misc%2e/Wave%3a Bye/.metadata",
                          "Misc%2e/Wave%3a Bye/behavior.bxd", "Tools/", "Tools/Broken/",
                          "Tools/Broken/.metadata", "Tools/Broken/box.bxd", "Tools/Broken/kept.txt",
@@ -104,13 +79,13 @@ TEST(BehaviorExport, NeedsAnExistingDestinationAndMayExportNothing) {
   } catch (const zu::project::PathNotFound& e) {
     EXPECT_STREQ(e.what(), "");
   }
-  EXPECT_TRUE(entriesBelow(destination.path()).isEmpty());
+  EXPECT_TRUE(testutil::diskTree(destination.path()).isEmpty());
 
   QTemporaryDir plainSource;
   testutil::writeFixture(plainSource.path(), {{"Tools/Plain/box.bxd", boxFile("<Box/>")}});
   KR::BoxLibrary plain(plainSource.path());
   plain.exportBehaviors(destination.path());
-  EXPECT_TRUE(entriesBelow(destination.path()).isEmpty());
+  EXPECT_TRUE(testutil::diskTree(destination.path()).isEmpty());
 }
 
 }  // namespace

@@ -1,18 +1,6 @@
-#include <krboxlibrary/box_data.h>
-#include <krboxlibrary/box_library.h>
-#include <krserial/xml_document.h>
-#include <krserial/xml_element.h>
-
 #include "library_fixtures.h"
 
-#include <gtest/gtest.h>
-
-#include <QSignalSpy>
-#include <QTemporaryDir>
-
 #include <boost/make_shared.hpp>
-
-#include <string>
 
 namespace {
 

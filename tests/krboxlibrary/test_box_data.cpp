@@ -1,16 +1,6 @@
-#include <krboxlibrary/box_data.h>
-#include <krboxlibrary/box_library.h>
-#include <krserial/xml_document.h>
-
 #include "library_fixtures.h"
 
-#include <gtest/gtest.h>
-
 #include <QMetaMethod>
-#include <QSignalSpy>
-#include <QTemporaryDir>
-
-#include <memory>
 
 namespace {
 

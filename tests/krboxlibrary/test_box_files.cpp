@@ -1,20 +1,8 @@
-#include <krboxlibrary/box_constants.h>
-#include <krboxlibrary/box_data.h>
-#include <krboxlibrary/box_library.h>
-#include <krserial/xml_document.h>
+#include "library_fixtures.h"
+
 #include <zu/project/behavior_project.h>
 #include <zu/project/metadata.h>
 #include <zu/project/project.h>
-
-#include "library_fixtures.h"
-
-#include <gtest/gtest.h>
-
-#include <QSignalSpy>
-#include <QTemporaryDir>
-
-#include <string>
-#include <vector>
 
 namespace {
 

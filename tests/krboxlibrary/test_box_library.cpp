@@ -1,13 +1,4 @@
-#include <krboxlibrary/box_library.h>
-
-#include "archive_builder.h"
 #include "library_fixtures.h"
-#include "test_files.h"
-
-#include <gtest/gtest.h>
-
-#include <QSignalSpy>
-#include <QTemporaryDir>
 
 namespace {
 

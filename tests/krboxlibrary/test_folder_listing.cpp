@@ -1,16 +1,4 @@
-#include <krboxlibrary/box_library.h>
-
-#include <gtest/gtest.h>
-
-#include <QDir>
-#include <QTemporaryDir>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "archive_builder.h"
 #include "library_fixtures.h"
-#include "test_files.h"
 
 namespace {
 

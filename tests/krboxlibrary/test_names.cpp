@@ -1,12 +1,4 @@
-#include <krboxlibrary/box_library.h>
-#include <krboxlibrary/box_library_node.h>
-
-#include <gtest/gtest.h>
-
-#include <QSignalSpy>
-#include <string>
-#include <utility>
-#include <vector>
+#include "library_fixtures.h"
 
 namespace {
 

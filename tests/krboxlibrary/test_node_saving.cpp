@@ -1,16 +1,4 @@
-#include <krboxlibrary/box_data.h>
-#include <krboxlibrary/box_library.h>
-#include <krserial/xml_element.h>
-#include <zu/log.h>
-
 #include "library_fixtures.h"
-#include "test_files.h"
-
-#include <gtest/gtest.h>
-
-#include <QTemporaryDir>
-
-#include <string>
 
 namespace {
 

@@ -1,13 +1,4 @@
-#include <krboxlibrary/box_library.h>
-#include <krboxlibrary/box_library_node.h>
-
 #include "library_fixtures.h"
-
-#include <gtest/gtest.h>
-
-#include <QSignalSpy>
-
-#include <memory>
 
 namespace {
 

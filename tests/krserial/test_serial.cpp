@@ -1,9 +1,8 @@
+#include "xml_test_helpers.h"
+
 #include <krserial/serial.h>
 
-#include <gtest/gtest.h>
-
 #include <climits>
-#include <string>
 
 TEST(Serial, IntIsASignAndDecimalDigitsWithinRange) {
   const std::pair<std::string, int> good[] = {{"0", 0},

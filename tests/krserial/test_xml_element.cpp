@@ -1,19 +1,9 @@
-#include <krserial/xml_document.h>
-#include <krserial/xml_text.h>
-
-#include <gtest/gtest.h>
-
-#include <boost/make_shared.hpp>
+#include "xml_test_helpers.h"
 
 #include <cstdio>
-#include <string>
-
-#include "xml_test_helpers.h"
 
 namespace {
 
-using KR::XmlDocument;
-using KR::XmlElement;
 using namespace xmltest;
 
 TEST(XmlElement, AttributesKeepOrderByModeAndReadThroughSerial) {

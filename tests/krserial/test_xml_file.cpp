@@ -1,20 +1,13 @@
-#include <krserial/xml_document.h>
-
-#include <gtest/gtest.h>
+#include "xml_test_helpers.h"
 
 #include <QFile>
 #include <QTemporaryDir>
 
 #include <cstdio>
 #include <functional>
-#include <string>
-
-#include "xml_test_helpers.h"
 
 namespace {
 
-using KR::XmlDocument;
-using KR::XmlElement;
 using namespace xmltest;
 
 TEST(XmlFile, RealFilesAreWrittenAndReadFromTheCurrentPosition) {

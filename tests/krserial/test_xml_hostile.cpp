@@ -1,15 +1,7 @@
-#include <krserial/xml_document.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "xml_test_helpers.h"
 
 namespace {
 
-using KR::XmlDocument;
-using KR::XmlElement;
 using namespace xmltest;
 
 TEST(XmlHostile, MalformedDocumentsAreRejectedWithWhereAndWhy) {

@@ -1,18 +1,7 @@
-#include <krserial/xml_document.h>
-#include <krserial/xml_text.h>
-
-#include <gtest/gtest.h>
-
-#include <boost/make_shared.hpp>
-
-#include <string>
-
 #include "xml_test_helpers.h"
 
 namespace {
 
-using KR::XmlDocument;
-using KR::XmlElement;
 using namespace xmltest;
 
 TEST(XmlRoundTrip, BoxDocumentKeepsEverythingThroughLoadSaveLoad) {

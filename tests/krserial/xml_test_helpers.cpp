@@ -6,9 +6,6 @@
 
 namespace xmltest {
 
-using KR::XmlDocument;
-using KR::XmlElement;
-
 extern const char kBoxDocument[] = R"XML(<?xml version="1.0" encoding="UTF-8"?>
 <VantorelBox bxd_version="5">
   <!-- entry of the sample library -->

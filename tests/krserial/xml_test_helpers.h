@@ -1,11 +1,17 @@
 #ifndef KRSERIAL_XML_TEST_HELPERS_H
 #define KRSERIAL_XML_TEST_HELPERS_H
 
+#include <gtest/gtest.h>
 #include <krserial/xml_document.h>
+#include <krserial/xml_text.h>
 
+#include <boost/make_shared.hpp>
 #include <string>
 
 namespace xmltest {
+
+using KR::XmlDocument;
+using KR::XmlElement;
 
 /// A realistic box file: comments, CDATA script, escapes, non-ASCII text, mixed content.
 extern const char kBoxDocument[];

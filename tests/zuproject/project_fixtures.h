@@ -2,13 +2,17 @@
 #define KRBOX_TESTS_ZUPROJECT_PROJECT_FIXTURES_H
 
 #include <gtest/gtest.h>
+#include <zu/project/exceptions.h>
 #include <zu/project/project_model.h>
 
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QString>
+#include <QTemporaryDir>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 

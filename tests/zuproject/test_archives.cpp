@@ -1,17 +1,11 @@
+#include "project_fixtures.h"
+
 #include <sys/resource.h>
-#include <zu/project/exceptions.h>
 #include <zu/project/metadata.h>
 #include <zu/project/project.h>
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QTemporaryDir>
 #include <csignal>
-#include <memory>
 #include <typeinfo>
-
-#include "project_fixtures.h"
 
 using zu::project::ProjectModel;
 using namespace testutil;

@@ -1,12 +1,6 @@
-#include <zu/project/exceptions.h>
-
-#include <QDir>
-#include <QFileInfo>
-#include <QTemporaryDir>
-#include <cstdio>
-#include <memory>
-
 #include "project_fixtures.h"
+
+#include <cstdio>
 
 using zu::project::Exception;
 using zu::project::PathNotFound;

@@ -1,17 +1,11 @@
+#include "project_fixtures.h"
+
 #include <zu/project/behavior_project.h>
-#include <zu/project/exceptions.h>
 #include <zu/project/file_system.h>
 #include <zu/project/metadata.h>
 #include <zu/project/project.h>
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QTemporaryDir>
-
 #include <sys/stat.h>
-
-#include "project_fixtures.h"
 
 using zu::project::BehaviorProject;
 using zu::project::Project;

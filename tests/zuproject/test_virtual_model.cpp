@@ -1,17 +1,10 @@
-#include <zu/project/exceptions.h>
-
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QTemporaryDir>
+#include "project_fixtures.h"
 
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <filesystem>
-
-#include "project_fixtures.h"
 
 using zu::project::ArchiveFormat_Auto;
 using zu::project::ArchiveFormat_Current;
