@@ -46,15 +46,29 @@ std::string projectFile(const std::string& box) {
          KR::BoxConstants::a_projectXsd + "\" bxd_version=\"3\">" + box + "</VantorelProject>\n";
 }
 
+KR::XmlElement::Ptr parseElement(const std::string& xml) {
+  const KR::XmlDocument::Ptr document = KR::XmlDocument::loadFromXmlString(xml, nullptr, nullptr);
+  return document ? document->root() : KR::XmlElement::Ptr();
+}
+
+std::string rootTag(const QByteArray& xml) {
+  const KR::XmlElement::Ptr root = parseElement(xml.toStdString());
+  if (!root)
+    return "<unreadable>";
+  std::string text = root->name();
+  for (const auto& attribute : root->attributes())
+    text += " " + attribute.first + "=" + attribute.second;
+  return text;
+}
+
 Listing parseListing(const QByteArray& xml) {
   Listing listing;
-  const KR::XmlDocument::Ptr document =
-      KR::XmlDocument::loadFromXmlString(xml.toStdString(), nullptr, nullptr);
-  if (!document || !document->root() || document->root()->name() != "Folder")
+  const KR::XmlElement::Ptr root = parseElement(xml.toStdString());
+  if (!root || root->name() != "Folder")
     return listing;
   listing.present = true;
-  listing.expanded = document->root()->attribute("expanded", "<missing>");
-  for (const KR::XmlElement::Ptr& node : document->root()->children("Node"))
+  listing.expanded = root->attribute("expanded", "<missing>");
+  for (const KR::XmlElement::Ptr& node : root->children("Node"))
     listing.names.push_back(node->attribute("name", "<missing>"));
   return listing;
 }

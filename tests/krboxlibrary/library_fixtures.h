@@ -42,6 +42,11 @@ std::string boxFile(const std::string& box, const std::string& version = "3");
 /// A box file in project form around the box element box.
 std::string projectFile(const std::string& box);
 
+/// The root element of xml; null when it does not parse.
+KR::XmlElement::Ptr parseElement(const std::string& xml);
+/// The root element of a document as "name attribute=value ...", or "<unreadable>".
+std::string rootTag(const QByteArray& xml);
+
 /// A folder listing as read back from a project: null when absent or not a "Folder".
 struct Listing {
   bool present = false;

@@ -16,10 +16,10 @@ const std::string kDecoration =
     R"(<Parameter name="Speed" content_type="1" value="80" id="5"/><Resource name="Legs" type="Lock"/>)";
 
 bool isBehavior(const std::string& children) {
-  const KR::XmlDocument::Ptr document = KR::XmlDocument::loadFromXmlString(
-      R"(<Box name="Stand Up" tooltip="Stands up.">)" + children + "</Box>", nullptr, nullptr);
-  EXPECT_TRUE(document) << children;
-  return document && KR::BoxData::isBehavior(document->root());
+  const KR::XmlElement::Ptr box =
+      testutil::parseElement(R"(<Box name="Stand Up" tooltip="Stands up.">)" + children + "</Box>");
+  EXPECT_TRUE(box) << children;
+  return KR::BoxData::isBehavior(box);
 }
 
 TEST(BehaviorTest, StandardInterfaceWithTimelineIsBehavior) {

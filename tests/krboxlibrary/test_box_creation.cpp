@@ -8,14 +8,10 @@ using KR::BoxLibraryNode;
 using KR::RootBoxDescription;
 using testutil::boxFile;
 
-KR::XmlElement::ConstPtr element(const std::string& xml) {
-  return KR::XmlDocument::loadFromXmlString(xml, nullptr, nullptr)->root();
-}
-
 RootBoxDescription description(const std::string& name, const std::string& box) {
   RootBoxDescription result;
   result.name = name;
-  result.box = element(box);
+  result.box = testutil::parseElement(box);
   return result;
 }
 

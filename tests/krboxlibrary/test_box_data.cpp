@@ -7,11 +7,7 @@ namespace {
 using KR::BoxData;
 using KR::BoxLibraryNode;
 using KR::XmlElement;
-
-XmlElement::Ptr parse(const std::string& xml) {
-  const KR::XmlDocument::Ptr document = KR::XmlDocument::loadFromXmlString(xml, nullptr, nullptr);
-  return document ? document->root() : XmlElement::Ptr();
-}
+using testutil::parseElement;
 
 // The values of the box element that the box file of node holds now.
 std::string fileTooltip(const BoxLibraryNode* node) {
@@ -50,22 +46,24 @@ protected:
 };
 
 TEST(BoxDataRead, ValuesComeFromTheBoxElement) {
-  const BoxData bare(nullptr, parse("<Box/>"));
+  const BoxData bare(nullptr, parseElement("<Box/>"));
   EXPECT_TRUE(bare.tooltip().isNull());
   EXPECT_TRUE(bare.bitmaps().isEmpty());
   EXPECT_TRUE(bare.bitmapExpanded());
   EXPECT_FALSE(bare.behavior());
 
   // Bitmaps count only inside "Bitmaps" and when they have text; "no" is not a boolean.
-  const BoxData full(nullptr, parse(R"(<Box tooltip="Gr&#xFC;&#xDF;e" bitmap_expanded="no">)"
-                                    R"(<bitmap>direct.png</bitmap><Bitmaps><bitmap>a.png</bitmap>)"
-                                    R"(<bitmap/><bitmap>b&#xE9;.png</bitmap></Bitmaps></Box>)"));
+  const BoxData full(nullptr,
+                     parseElement(R"(<Box tooltip="Gr&#xFC;&#xDF;e" bitmap_expanded="no">)"
+                                  R"(<bitmap>direct.png</bitmap><Bitmaps><bitmap>a.png</bitmap>)"
+                                  R"(<bitmap/><bitmap>b&#xE9;.png</bitmap></Bitmaps></Box>)"));
   EXPECT_EQ(full.tooltip(), QString::fromUtf8("Grüße"));
   EXPECT_EQ(full.bitmaps(), (QList<QString>{"a.png", QString::fromUtf8("bé.png")}));
   EXPECT_TRUE(full.bitmapExpanded());
-  EXPECT_FALSE(BoxData(nullptr, parse(R"(<Box bitmap_expanded="0"/>)")).bitmapExpanded());
+  EXPECT_FALSE(BoxData(nullptr, parseElement(R"(<Box bitmap_expanded="0"/>)")).bitmapExpanded());
   EXPECT_EQ(
-      BoxData(nullptr, parse(R"(<Box tooltip="Hi.&#xD;&#xA;tags:&#xD;&#xA; a b;;c "/>)")).tags(),
+      BoxData(nullptr, parseElement(R"(<Box tooltip="Hi.&#xD;&#xA;tags:&#xD;&#xA; a b;;c "/>)"))
+          .tags(),
       (QStringList{"a b", "c"}));
 }
 
@@ -95,7 +93,7 @@ TEST(BoxDataRead, QStringConversionsStopAtNul) {
 }
 
 TEST(BoxDataWithoutNode, SettersStoreAndEmitButTouchNoFile) {
-  BoxData data(nullptr, parse(R"(<Box tooltip="t"/>)"));
+  BoxData data(nullptr, parseElement(R"(<Box tooltip="t"/>)"));
   QSignalSpy tooltips(&data, &BoxData::tooltipChanged);
   data.setTooltip("new");
   data.saveName("ignored");

@@ -16,17 +16,6 @@ std::string box(const std::string& tooltip, const std::string& children = "") {
   return R"(<Box name="root" tooltip=")" + tooltip + R"(">)" + children + "</Box>";
 }
 
-std::string rootOf(const QByteArray& xml) {
-  const KR::XmlDocument::Ptr document =
-      KR::XmlDocument::loadFromXmlString(xml.toStdString(), nullptr, nullptr);
-  if (!document)
-    return "<unreadable>";
-  std::string text = document->root()->name();
-  for (const auto& attribute : document->root()->attributes())
-    text += " " + attribute.first + "=" + attribute.second;
-  return text;
-}
-
 TEST(BoxFiles, OnlyCurrentBoxFilesMakeBoxes) {
   QTemporaryDir dir;
   const std::string xsd = KR::BoxConstants::a_projectXsd;
@@ -142,8 +131,7 @@ protected:
                                         {"Wave/wave.ogg", "OggS"}});
     library = std::make_unique<KR::BoxLibrary>(dir.path());
     library->setBehaviorCompatible(compatible);
-    element =
-        KR::XmlDocument::loadFromXmlString(box("", kBehaviorInterface), nullptr, nullptr)->root();
+    element = testutil::parseElement(box("", kBehaviorInterface));
     // Set rather than parsed: line ends in parsed attributes would become blanks.
     element->setAttribute("tooltip", tooltip, false);
     element->setAttribute("name", "Walk", false);
@@ -173,7 +161,7 @@ TEST_F(SaveBox, BehaviorInCompatibleLibraryIsAProjectWithMetadata) {
   wave->saveBox(element, true);
   EXPECT_TRUE(read("box.bxd").isNull());
   EXPECT_EQ(
-      rootOf(read("behavior.bxd")),
+      testutil::rootTag(read("behavior.bxd")),
       "VantorelProject xmlns=" + std::string(KR::BoxConstants::a_projectXsd) + " bxd_version=3");
   const KR::XmlElement::Ptr saved = wave->loadBox();
   ASSERT_TRUE(saved);
@@ -195,7 +183,7 @@ TEST_F(SaveBox, OtherwiseAPlainBoxFileAndNoMetadata) {
     BoxLibraryNode* wave = openBox("Waves.", compatible);
     // A behavior in a library without behaviors, or an ordinary box anywhere.
     wave->saveBox(element, !compatible);
-    EXPECT_EQ(rootOf(read("box.bxd")), "VantorelBox bxd_version=3") << compatible;
+    EXPECT_EQ(testutil::rootTag(read("box.bxd")), "VantorelBox bxd_version=3") << compatible;
     EXPECT_TRUE(read("behavior.bxd").isNull()) << compatible;
     EXPECT_TRUE(read(".metadata").isNull()) << compatible;
     EXPECT_EQ(wave->loadBox()->attribute("tooltip", ""), "Waves.");

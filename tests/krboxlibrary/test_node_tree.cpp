@@ -113,24 +113,4 @@ TEST(NodeTree, TakeAndInsertMoveASubtreeAcrossFolders) {
   EXPECT_DEATH(root->take(), "no parent");
 }
 
-TEST(NodeTree, ChangesReachEveryAncestorAndTheLibraryOnce) {
-  KR::BoxLibrary lib;
-  BoxLibraryNode* a = lib.boxRoot()->appendChild("A", false);
-  BoxLibraryNode* b = a->appendChild("B", false);
-  BoxLibraryNode* c = b->appendChild("C", false);
-
-  std::vector<std::unique_ptr<QSignalSpy>> spies;
-  for (BoxLibraryNode* emitter : {c, b, a, lib.boxRoot()})
-    spies.push_back(std::make_unique<QSignalSpy>(emitter, &BoxLibraryNode::dataChanged));
-  QSignalSpy libSpy(&lib, &KR::BoxLibrary::dataChanged);
-
-  c->setName("Deep");
-  for (const auto& spy : spies) {
-    ASSERT_EQ(spy->count(), 1);
-    EXPECT_EQ(spy->at(0).at(0).value<BoxLibraryNode*>(), c);
-  }
-  ASSERT_EQ(libSpy.count(), 1);
-  EXPECT_EQ(libSpy.at(0).at(0).value<BoxLibraryNode*>(), c);
-}
-
 }  // namespace
