@@ -61,10 +61,17 @@ TEST(BoxDataRead, ValuesComeFromTheBoxElement) {
   EXPECT_EQ(full.bitmaps(), (QList<QString>{"a.png", QString::fromUtf8("bé.png")}));
   EXPECT_TRUE(full.bitmapExpanded());
   EXPECT_FALSE(BoxData(nullptr, parseElement(R"(<Box bitmap_expanded="0"/>)")).bitmapExpanded());
-  EXPECT_EQ(
-      BoxData(nullptr, parseElement(R"(<Box tooltip="Hi.&#xD;&#xA;tags:&#xD;&#xA; a b;;c "/>)"))
-          .tags(),
-      (QStringList{"a b", "c"}));
+  // Tags are the line after the marker, split at ';', trimmed, empty ones dropped.
+  const std::pair<const char*, QStringList> tagCases[] = {
+      {R"(No tags here.)", {}},
+      {R"(Ends with tags:)", {}},
+      {R"(tags:&#xA;a;b&#xA;c;d)", {"a", "b"}},
+      {R"(x tags:&#xA;  ;  ; a b ;)", {"a b"}},
+      {R"(Hi.&#xD;&#xA;tags:&#xD;&#xA; a b;;c &#xD;&#xA;)", {"a b", "c"}}};
+  for (const auto& [tooltip, tags] : tagCases) {
+    const BoxData data(nullptr, parseElement(std::string("<Box tooltip=\"") + tooltip + "\"/>"));
+    EXPECT_EQ(data.tags(), tags) << tooltip;
+  }
 }
 
 TEST(BoxDataRead, SignalsCarryNewValue) {

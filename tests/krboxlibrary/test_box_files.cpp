@@ -142,15 +142,6 @@ protected:
     return library->projectModel()->readFile(QString("Wave/") + file);
   }
 
-  std::vector<std::string> tagsAfterSaving(const std::string& tooltip) {
-    BoxLibraryNode* wave = openBox(tooltip, true);
-    wave->saveBox(element, true);
-    return zu::project::BehaviorProject(
-               zu::project::Project(
-                   library->projectModel()->getFileLocalPath("Wave").toStdString()))
-        .tags();
-  }
-
   QTemporaryDir dir;
   std::unique_ptr<KR::BoxLibrary> library;
   KR::XmlElement::Ptr element;
@@ -191,15 +182,6 @@ TEST_F(SaveBox, OtherwiseAPlainBoxFileAndNoMetadata) {
     wave->saveBox(wave->loadBox(), false);
     EXPECT_EQ(wave->loadBox()->attribute("name", ""), "root");
   }
-}
-
-TEST_F(SaveBox, TagsAreTheLineAfterTheMarker) {
-  using Tags = std::vector<std::string>;
-  EXPECT_EQ(tagsAfterSaving("No tags here."), Tags{});
-  EXPECT_EQ(tagsAfterSaving("Ends with tags:"), Tags{});
-  EXPECT_EQ(tagsAfterSaving("tags:\na;b\nc;d"), (Tags{"a", "b"}));
-  EXPECT_EQ(tagsAfterSaving("x tags:\n  ;  ; a b ;"), Tags{"a b"});
-  EXPECT_EQ(tagsAfterSaving("Waves.\r\ntags:\r\n greeting ; arm;;\r\n"), (Tags{"greeting", "arm"}));
 }
 
 TEST_F(SaveBox, AFailedOpenLeavesTheOtherFormRemoved) {

@@ -9,51 +9,40 @@ using namespace testutil;
 
 namespace {
 
-TEST(ProjectModelFiles, EachModelHasItsOwnWorkingCopyGoneWithIt) {
+TEST(ProjectModelFiles, AWorkingCopyOfItsOwnKeepsExactBytesAtNormalisedPaths) {
   auto model = std::make_unique<ProjectModel>();
-  ProjectModel other;
-  EXPECT_EQ(flat(modelTree(*model)), "");
-  EXPECT_TRUE(model->hasDir(QString()));
-  EXPECT_FALSE(model->hasFile(QString()));
-  EXPECT_TRUE(model->getSourcePath().isEmpty());
-  EXPECT_EQ(model->getSourceFormat(), zu::project::ArchiveFormat_Auto);
+  EXPECT_TRUE(model->hasDir(QString()) && model->getSourcePath().isEmpty());
   EXPECT_THROW(model->save(QString(), zu::project::ArchiveFormat_Current, true), Exception);
-  model->writeFile("dir/file.txt", "content");
-  const QString top = model->getFileLocalPath(QString());
-  const QString local = model->getFileLocalPath("dir/file.txt");
-  EXPECT_TRUE(QDir::isAbsolutePath(top)) << top.toStdString();
-  EXPECT_TRUE(local.startsWith(top + "/")) << local.toStdString();
-  EXPECT_EQ(readDiskFile(local), QByteArray("content"));
-  EXPECT_NE(QDir(top).canonicalPath(), QDir(other.getFileLocalPath(QString())).canonicalPath());
+  const QByteArray binary("\0\xff\0\x01 text\r\n\0", 12);
+  model->writeFile("deep/er/binary.bin", binary);
+  EXPECT_EQ(model->readFile("deep/er/binary.bin"), binary);
+  // A shorter content must not keep the tail of the longer one.
+  model->writeFile("text.txt", "a rather long first content");
+  model->writeFile("text.txt", "short");
+  model->writeFile("empty.txt", QByteArray());
+  model->remove("deep/er/binary.bin");
+  // Normalised as text: "nowhere" does not have to exist.
+  model->writeFile("./a/../nowhere/../b.txt", "B");
+  model->mkdir("x/./y", true);
+  EXPECT_THROW(model->mkdir("p/q", false), Exception);
+  EXPECT_THROW(model->mkdir("text.txt", true), Exception);
+  EXPECT_THROW(model->remove("missing/deeper"), PathNotFound);
+  EXPECT_EQ(flat(modelTree(*model)), "b.txt=B deep/ deep/er/ empty.txt= text.txt=short x/ x/y/");
+  EXPECT_TRUE(model->hasFile("./b.txt") && !model->hasFile("deep") && !model->hasDir("b.txt"));
+  EXPECT_EQ(model->getFileList("x/y/..", true, true, false), QStringList{"y"});
+  EXPECT_FALSE(model->readFile("empty.txt").isNull());
+  EXPECT_TRUE(model->readFile("missing.txt").isNull() && model->readFile("deep").isNull());
+
   // Callers write through local paths, so the model must see what lands there.
-  writeDiskFile(local, "written on disk");
-  EXPECT_EQ(model->readFile("dir/file.txt"), QByteArray("written on disk"));
+  const QString top = model->getFileLocalPath(QString());
+  writeDiskFile(model->getFileLocalPath("b.txt"), "written on disk");
+  EXPECT_EQ(model->readFile("b.txt"), QByteArray("written on disk"));
+  EXPECT_NE(QDir(top).canonicalPath(), QDir(ProjectModel().getFileLocalPath("")).canonicalPath());
+  model->remove("x");
+  model->remove(QString());
+  EXPECT_EQ(flat(modelTree(*model)), "");
   model.reset();
   EXPECT_FALSE(QFileInfo::exists(top));
-}
-
-TEST(ProjectModelFiles, WriteFileAndReadFileKeepExactBytesAtNormalisedPaths) {
-  ProjectModel model;
-  const QByteArray binary("\0\xff\0\x01 text\r\n\0", 12);
-  model.writeFile("deep/er/binary.bin", binary);
-  EXPECT_EQ(model.readFile("deep/er/binary.bin"), binary);
-  // A shorter content must not keep the tail of the longer one.
-  model.writeFile("text.txt", "a rather long first content");
-  model.writeFile("text.txt", "short");
-  model.writeFile("empty.txt", QByteArray());
-  model.remove("deep/er/binary.bin");
-  // Normalised as text: "nowhere" does not have to exist.
-  model.writeFile("./a/../nowhere/../b.txt", "B");
-  model.mkdir("x/./y", true);
-  EXPECT_EQ(flat(modelTree(model)), "b.txt=B deep/ deep/er/ empty.txt= text.txt=short x/ x/y/");
-  EXPECT_EQ(model.readFile("nowhere/../b.txt"), QByteArray("B"));
-  EXPECT_TRUE(model.hasFile("./b.txt"));
-  EXPECT_EQ(model.getFileList("x/y/..", true, true, false), QStringList{"y"});
-  EXPECT_FALSE(model.readFile("empty.txt").isNull());
-  EXPECT_TRUE(model.readFile("missing.txt").isNull());
-  EXPECT_TRUE(model.readFile("deep").isNull());
-  EXPECT_FALSE(model.hasFile("deep"));
-  EXPECT_FALSE(model.hasDir("text.txt"));
 }
 
 TEST(ProjectModelFiles, FopenBehavesLikeStdFopenInsideTheModel) {
@@ -144,29 +133,6 @@ TEST(ProjectModelFiles, GetFileListHonoursEachFlagAndSortsByUtf8Bytes) {
   EXPECT_EQ(list("", true, true, false), "outside_root.txt root");
 }
 
-TEST(ProjectModelFiles, MkdirCreatesParentsOnlyWhenAskedAndRemoveTakesWholeTrees) {
-  ProjectModel model;
-  EXPECT_THROW(model.mkdir("x/y/z", false), Exception);
-  EXPECT_FALSE(model.hasDir("x"));
-  model.mkdir("x/y/z", true);
-  EXPECT_NO_THROW(model.mkdir("x/y/z", true));
-  EXPECT_NO_THROW(model.mkdir("x", false));
-  model.mkdir("x/single", false);
-  model.writeFile("file.txt", "kept");
-  EXPECT_THROW(model.mkdir("file.txt", true), Exception);
-  fillModel(model, treeOf("a.txt=A x/y/c.txt=C"));
-  EXPECT_EQ(flat(modelTree(model)), "a.txt=A file.txt=kept x/ x/single/ x/y/ x/y/c.txt=C x/y/z/");
-
-  model.remove("a.txt");
-  model.remove("x/y");
-  EXPECT_THROW(model.remove("a.txt"), PathNotFound);
-  EXPECT_THROW(model.remove("missing/deeper"), PathNotFound);
-  EXPECT_EQ(flat(modelTree(model)), "file.txt=kept x/ x/single/");
-  model.remove(QString());
-  EXPECT_EQ(flat(modelTree(model)), "");
-  EXPECT_TRUE(model.hasDir(QString()));
-}
-
 TEST(ProjectModelFiles, MoveFilesAndTrees) {
   ProjectModel model;
   fillModel(model, treeOf("a.txt=A c.txt=C tree/sub/y.txt=Y tree/empty/ src=S dst=D other/z=Z"));
@@ -185,15 +151,18 @@ TEST(ProjectModelFiles, MoveFilesAndTrees) {
   EXPECT_EQ(model.readFile("dst"), QByteArray("S"));
 }
 
-TEST(ProjectModelFiles, ImportFileCopiesFromAnotherModelAndFromItself) {
+TEST(ProjectModelFiles, ImportAndExportCopyTreesAndMergeOnlyWhenAsked) {
+  QTemporaryDir tmp;
+  ASSERT_TRUE(tmp.isValid());
   const Tree content = treeOf("doc=doc tree/ tree/a=new tree/empty/ tree/sub/ tree/sub/b=B");
   ProjectModel source;
   fillModel(source, content);
   ProjectModel model;
   fillModel(model, treeOf("keep=keep a=old copy/a=local"));
+  writeTree(tmp.path(), treeOf("merged/a=old existing=old"));
 
-  model.importFile(&source, "doc", "doc_copy", false);
   model.importFile(&source, "tree", "tree_copy", false);
+  model.exportFile("tree_copy", tmp.path() + "/tree", false);
   // Copies, not shared files: changing one side leaves the other alone.
   model.writeFile("tree_copy/a", "changed");
   EXPECT_EQ(modelTree(source), content);
@@ -201,43 +170,21 @@ TEST(ProjectModelFiles, ImportFileCopiesFromAnotherModelAndFromItself) {
   EXPECT_THROW(model.importFile(&source, "tree", "copy", false), Exception);
   EXPECT_THROW(model.importFile(&source, "doc", "keep", false), Exception);
   EXPECT_THROW(model.importFile(&source, "missing", "x", true), PathNotFound);
-  EXPECT_EQ(flat(modelTree(model)),
-            "a=old copy/ copy/a=local doc_copy=doc keep=keep tree_copy/ tree_copy/a=changed "
-            "tree_copy/empty/ tree_copy/sub/ tree_copy/sub/b=B");
-
-  // A tree into the top merges: same names replaced, others kept.
+  EXPECT_THROW(model.exportFile("copy", tmp.path() + "/merged", false), Exception);
+  EXPECT_THROW(model.exportFile("keep", tmp.path() + "/no/parent/doc", true), PathNotFound);
+  // A tree into an existing one merges: same names replaced, others kept.
   model.importFile(&source, "tree", QString(), true);
-  model.importFile(&model, "keep", "keep_copy", false);
   model.importFile(&model, "tree_copy", "tree_copy2", false);
   model.remove("tree_copy");
+  model.exportFile("sub", tmp.path() + "/merged", true);
+  model.exportFile("keep", tmp.path() + "/existing", true);
   EXPECT_EQ(
       flat(modelTree(model)),
-      "a=new copy/ copy/a=local doc_copy=doc empty/ keep=keep keep_copy=keep sub/ sub/b=B "
-      "tree_copy2/ tree_copy2/a=changed tree_copy2/empty/ tree_copy2/sub/ tree_copy2/sub/b=B");
-}
-
-TEST(ProjectModelFiles, ExportFileCopiesToDisk) {
-  QTemporaryDir tmp;
-  ASSERT_TRUE(tmp.isValid());
-  const QString disk = tmp.path();
-  ProjectModel model;
-  fillModel(model, treeOf("doc=doc tree/a=new tree/sub/b=B tree/empty/"));
-  writeTree(disk, treeOf("merged/keep=keep merged/a=old existing=old"));
-
-  model.exportFile("doc", disk + "/doc", false);
-  model.exportFile("tree", disk + "/tree", false);
-  EXPECT_THROW(model.exportFile("tree", disk + "/merged", false), Exception);
-  EXPECT_THROW(model.exportFile("doc", disk + "/existing", false), Exception);
-  EXPECT_THROW(model.exportFile("doc", disk + "/no/parent/doc", true), PathNotFound);
-  EXPECT_THROW(model.exportFile("missing", disk + "/missing", true), PathNotFound);
-  EXPECT_EQ(flat(diskSnapshot(disk)),
-            "doc=doc existing=old merged/ merged/a=old merged/keep=keep tree/ tree/a=new "
-            "tree/empty/ tree/sub/ tree/sub/b=B");
-  model.exportFile("tree", disk + "/merged", true);
-  model.exportFile("doc", disk + "/existing", true);
-  EXPECT_EQ(flat(diskSnapshot(disk)),
-            "doc=doc existing=doc merged/ merged/a=new merged/empty/ merged/keep=keep merged/sub/ "
-            "merged/sub/b=B tree/ tree/a=new tree/empty/ tree/sub/ tree/sub/b=B");
+      "a=new copy/ copy/a=local empty/ keep=keep sub/ sub/b=B tree_copy2/ tree_copy2/a=changed "
+      "tree_copy2/empty/ tree_copy2/sub/ tree_copy2/sub/b=B");
+  EXPECT_EQ(flat(diskSnapshot(tmp.path())),
+            "existing=keep merged/ merged/a=old merged/b=B tree/ tree/a=new tree/empty/ tree/sub/ "
+            "tree/sub/b=B");
 }
 
 }  // namespace
