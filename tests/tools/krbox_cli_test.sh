@@ -71,5 +71,17 @@ cmp -s "$work/help.txt" "$work/out" && grep -qx '  NODE  .*' "$work/out" && grep
   fail "help show: $(cat "$work/help.txt")"
 expect_failure 2 help frobnicate
 
+# Progress shows on a terminal only (the delay set to nothing, so that this small library has
+# its line), and not with --quiet.
+export KRBOX_PROGRESS_DELAY_MS=0
+on_terminal() { script -qec "$(printf '%q ' "$krbox" "$@")" /dev/null >"$work/tty" 2>&1; }
+on_terminal pack "$work/Robot Basics" "$work/packed.lbf"
+grep -q 'krbox: opening 29 of 29 (100%)' "$work/tty" && grep -q 'krbox: saving 65 of 65 (100%)' "$work/tty" ||
+  fail "no progress on a terminal: $(cat -v "$work/tty")"
+on_terminal tree --quiet "$work/Robot Basics"
+! grep -q 'krbox: ' "$work/tty" || fail "progress despite --quiet: $(cat -v "$work/tty")"
+run pack "$work/Robot Basics" "$work/packed.dir" --format dir
+[[ $status -eq 0 && ! -s "$work/err" ]] || fail "progress without a terminal: $(cat "$work/err")"
+
 ((failures == 0)) || exit 1
 echo "krbox cli: ok"

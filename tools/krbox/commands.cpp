@@ -1,6 +1,7 @@
 #include "commands.h"
 
 #include "failure_capture.h"
+#include "progress_line.h"
 
 #include <krboxlibrary/box_library_node.h>
 
@@ -125,6 +126,7 @@ std::unique_ptr<KR::BoxLibrary> openLibrary(const std::string& path, bool readOn
   const QString absolute = localPath(path);
   // A library that cannot be opened is logged and left empty: the log record is the error.
   const FailureCapture capture;
+  const ProgressLine progress("opening");
   auto library = std::make_unique<KR::BoxLibrary>(absolute, readOnly);
   capture.check();
   return library;

@@ -2,6 +2,7 @@
 
 #include "box_source.h"
 #include "failure_capture.h"
+#include "progress_line.h"
 
 #include <krboxlibrary/box_data.h>
 #include <krboxlibrary/box_library_node.h>
@@ -28,7 +29,10 @@ public:
   KR::BoxLibrary& library() const { return *m_library; }
   int commit(const std::string& nodePath, Output& out) {
     m_capture.check();
-    m_library->save();
+    {
+      const ProgressLine progress("saving");
+      m_library->save();
+    }
     out.printPath(nodePath);
     return 0;
   }

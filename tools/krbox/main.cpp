@@ -1,9 +1,11 @@
 #include "commands.h"
+#include "progress_line.h"
 
 #include <krboxlibrary/krboxlibrary_version.h>
 
 #include <QCoreApplication>
 
+#include <unistd.h>
 #include <algorithm>
 #include <cstring>
 #include <exception>
@@ -23,20 +25,21 @@ std::string synopsis(const krbox::Command& command) {
 }
 
 const char kOptions[] =
-    "  --json   print the result as one JSON document (UTF-8, on one line)\n";
+    "  --json   print the result as one JSON document (UTF-8, on one line)\n"
+    "  --quiet  show no progress line, even on a terminal\n";
 
 void printUsage(std::ostream& out) {
   std::size_t width = 0;
   for (const krbox::Command& command : krbox::commands())
     width = std::max(width, synopsis(command).size());
-  out << "usage: krbox [--json] COMMAND [ARGUMENTS]\n"
+  out << "usage: krbox [--json] [--quiet] COMMAND [ARGUMENTS]\n"
          "       krbox help COMMAND\n"
          "       krbox --version\n\ncommands:\n";
   for (const krbox::Command& command : krbox::commands()) {
     const std::string text = synopsis(command);
     out << "  " << text << std::string(width - text.size() + 2, ' ') << command.summary << '\n';
   }
-  out << "\noption, anywhere on the line:\n" << kOptions;
+  out << "\noptions, anywhere on the line:\n" << kOptions;
 }
 
 void printHelp(const krbox::Command& command, std::ostream& out) {
@@ -46,7 +49,7 @@ void printHelp(const krbox::Command& command, std::ostream& out) {
     out << "  " << std::string(line, end) << '\n';
     line = end + 1;
   }
-  out << "option:\n" << kOptions << "example:\n  " << command.example << '\n';
+  out << "options:\n" << kOptions << "example:\n  " << command.example << '\n';
 }
 
 const krbox::Command* findCommand(const std::string& name) {
@@ -75,10 +78,13 @@ int main(int argc, char** argv) {
   // Copied before Qt sees them: the arguments are passed on as the bytes that were typed.
   krbox::Arguments arguments;
   bool json = false;
+  bool quiet = false;
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
     if (argument == "--json")
       json = true;
+    else if (argument == "--quiet")
+      quiet = true;
     else
       arguments.push_back(argument);
   }
@@ -114,6 +120,7 @@ int main(int argc, char** argv) {
     return ExitUsage;
   }
 
+  krbox::ProgressLine::enable(!quiet && ::isatty(STDERR_FILENO));
   krbox::Output out(std::cout, json);
   try {
     const int status = command->run(rest, out);

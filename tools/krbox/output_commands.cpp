@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "progress_line.h"
 
 #include <krboxlibrary/box_library.h>
 #include <zu/project/exceptions.h>
@@ -73,7 +74,10 @@ int runPack(const Arguments& arguments, Output& out) {
   const Arguments paths = withoutFormat(arguments, 2, format);
   const std::unique_ptr<KR::BoxLibrary> library = openLibrary(paths[0], /*readOnly=*/true);
   const QString target = newPath(paths[1]);
-  library->saveTo(target, format);
+  {
+    const ProgressLine progress("saving");
+    library->saveTo(target, format);
+  }
   out.printPath(paths[1]);
   return 0;
 }
@@ -87,6 +91,7 @@ int runExport(const Arguments& arguments, Output& out) {
   QStringList paths;
   KR::BoxLibrary::xFindBehaviors(library->boxRoot(), paths);
   try {
+    const ProgressLine progress("exporting");
     library->exportBehaviors(destination.path());
   } catch (const zu::project::PathNotFound&) {
     // Its own text names no path.
