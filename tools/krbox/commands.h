@@ -44,7 +44,7 @@ struct Command {
   const char* arguments;  ///< the argument synopsis shown in the usage, e.g. "PATH"
   const char* summary;    ///< one line for the usage
   const char* details;    ///< for "krbox help": one "NAME  meaning" line per argument
-  const char* example;    ///< for "krbox help": a command line that works from the sources
+  const char* example;    ///< for "krbox help": one command line using it
   std::size_t minArguments;
   std::size_t maxArguments;
   /// Runs the command and returns the exit status; failures are thrown as std::exception.

@@ -103,9 +103,13 @@ int main(int argc, char** argv) {
     return ExitSuccess;
   }
   const bool help = isHelp(arguments[0]);
+  if (help && arguments.size() > 2) {
+    std::cerr << "usage: krbox help COMMAND" << std::endl;
+    return ExitUsage;
+  }
   const std::string& name = arguments[help ? 1 : 0];
   const krbox::Command* command = findCommand(name);
-  if (!command || (help && arguments.size() > 2)) {
+  if (!command) {
     printError("unknown command \"" + name + "\"; see krbox --help");
     return ExitUsage;
   }

@@ -11,11 +11,11 @@ namespace zu {
 namespace project {
 
 /// Hands the progress of long operations on this thread to a handler while it lives: reading a
-/// box library's tree, saving a project to a new file or as a zip, exporting behaviors. Each
-/// operation reports the entries it has done of its total, from 0 up to the total again for the
-/// next one. The handler hears at most about ten reports a second, and always the last one of
-/// an operation (done equal to total). Scopes nest like the locals they are: the innermost one
-/// takes the reports while it lives.
+/// box library's tree, saving a project (but for a save back into its own directory, which
+/// writes only what changed), exporting behaviors. Each operation reports the entries it has
+/// done of its total, and the next one counts from the start again. The handler hears at most about
+/// ten reports a second, and always the last one of an operation (done equal to total). Scopes nest
+/// like the locals they are: the innermost one takes the reports while it lives.
 ///
 /// ```cpp
 /// zu::project::ProgressScope progress([&](std::size_t done, std::size_t total) {
