@@ -9,6 +9,7 @@
 #include <zu/project/behavior_project.h>
 #include <zu/project/exceptions.h>
 #include <zu/project/file_system.h>
+#include <zu/project/progress_scope.h>
 #include <zu/project/project.h>
 
 #include "text.h"
@@ -120,7 +121,8 @@ void BoxLibrary::exportBehaviors(const QString& destination) const {
     throw zu::project::PathNotFound(text::toLatin1(target.canonicalPath()));
   QStringList paths;
   xFindBehaviors(m_root, paths);
-  for (const QString& path : paths) {
+  for (int i = 0; i < paths.size(); ++i) {
+    const QString& path = paths.at(i);
     const QString directory = target.filePath(path);
     const QStringList created = missingDirectories(target, path);
     try {
@@ -133,6 +135,8 @@ void BoxLibrary::exportBehaviors(const QString& destination) const {
       for (const QString& dir : created.mid(1))
         QDir().rmdir(dir);
     }
+    zu::project::ProgressScope::report(static_cast<std::size_t>(i) + 1,
+                                       static_cast<std::size_t>(paths.size()));
   }
 }
 

@@ -4,6 +4,7 @@
 #include <zu/project/project_model.h>
 
 #include "text.h"
+#include "tree_read_progress.h"
 #include "vocabulary.h"
 
 #include <boost/make_shared.hpp>
@@ -105,6 +106,7 @@ void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
   }
 
   // Listed order first; names without a directory, and second mentions, are dropped.
+  TreeReadProgress progress(present.size());
   std::vector<bool> taken(present.size(), false);
   if (listing) {
     for (const XmlElement::Ptr& listed : listing->children(kNodeElement)) {
@@ -115,11 +117,14 @@ void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
         continue;
       taken[found->second] = true;
       appendChildFromProject(present[found->second]);
+      progress.childRead();
     }
   }
   for (size_t i = 0; i < present.size(); ++i) {
-    if (!taken[i])
+    if (!taken[i]) {
       appendChildFromProject(present[i]);
+      progress.childRead();
+    }
   }
   saveFolder();
 }

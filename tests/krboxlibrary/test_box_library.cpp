@@ -1,5 +1,7 @@
 #include "library_fixtures.h"
 
+#include <zu/project/progress_scope.h>
+
 namespace {
 
 using KR::BoxLibrary;
@@ -164,6 +166,28 @@ TEST(BoxLibrary, CopyingStartsEmptyWhileAssigningCopiesTheTree) {
   // The copy's model dies with the original's; the copy must survive that.
   delete original;
   EXPECT_EQ(copied.projectModel(), nullptr);
+}
+
+// What a host's progress bar hears: the end of each operation, in the innermost scope only.
+TEST(BoxLibrary, ProgressReachesTheInnermostScope) {
+  using Reports = std::vector<std::pair<std::size_t, std::size_t>>;
+  Reports outer, inner;
+  const auto into = [](Reports& reports) {
+    return [&reports](std::size_t done, std::size_t total) { reports.emplace_back(done, total); };
+  };
+  QTemporaryDir dir;
+  writeSmallLibrary(dir.filePath("Lib"));
+  zu::project::ProgressScope outerScope(into(outer));
+  {
+    zu::project::ProgressScope innerScope(into(inner));
+    BoxLibrary(dir.filePath("Lib")).saveTo(dir.filePath("Lib.lbf"), BoxLibrary::ZipFormat);
+  }
+  BoxLibrary copy(dir.filePath("Lib.lbf"));
+  // Two folders read; five entries zipped: two folders and three listings.
+  ASSERT_FALSE(inner.empty());
+  EXPECT_EQ(inner.front(), Reports::value_type(2, 2));
+  EXPECT_EQ(inner.back(), Reports::value_type(5, 5));
+  EXPECT_EQ(outer, Reports({{2, 2}}));
 }
 
 }  // namespace

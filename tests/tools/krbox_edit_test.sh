@@ -46,7 +46,7 @@ cp "$examples/Robot Basics/Misc%2e/Tests/Legacy Blink/box.bxd" "$src/Old/box.bxd
 printf 'not a box\n' >"$src/box.bxd"
 
 # --- Edits of the directory form; each prints the node it made, names numbered as needed.
-expect_output "Motions/Gestures" mkdir "$dir" "Motions/Gestures"
+expect_output '{"path":"Motions/Gestures"}' mkdir --json "$dir" "Motions/Gestures"
 expect_output "Motions/Gestures (2)" mkdir "$dir" "Motions/Gestures"
 expect_output "Motions/Gestures/Nod? Yes" add "$dir" "Motions/Gestures" "$src/Nod%3f Yes/box.bxd" \
   "$src/nod.txt" "$src/nod.ogg"
@@ -141,7 +141,7 @@ expect_refused 1 pack "$dir" "$zip"
 expect_refused 1 pack "$zip" "$work/libs/Fresh" --format dir
 
 # --- export: each behavior as a behavior project at its path below DEST.
-mkdir "$work/exported" "$work/empty-export"
+mkdir "$work/exported" "$work/empty-export" "$work/exported-json"
 run export "$zip" "$work/exported"
 [[ $status -eq 0 && ! -s "$work/err" ]] || fail "export: $status $(cat "$work/err")"
 printf '%s\n' "Motions/Postures/Stand Up" "Motions/Postures/Sit Down" \
@@ -152,6 +152,8 @@ while IFS= read -r path; do
   grep -q '<VantorelProject [^>]*bxd_version="2"' "$behavior" && [[ ! -e "$work/exported/$path/box.bxd" ]] ||
     fail "export of $path: $(ls -A "$work/exported/$path")"
 done <"$work/out"
+expect_output '{"paths":["Motions/Postures/Stand Up","Motions/Postures/Sit Down","Motions/Dances/Party/Robot Dance","Sounds/Voices/Greetings & Goodbyes/Wave%3a Goodbye"]}' \
+  export --json "$zip" "$work/exported-json"
 cmp -s "$examples/Robot Basics/Motions/Dances/Party/Robot Dance/party.ogg" \
   "$work/exported/Motions/Dances/Party/Robot Dance/party.ogg" || fail "export lost a resource"
 # A file in the way of one behavior: the others are still exported, that one is reported.

@@ -1,12 +1,14 @@
 #include "commands.h"
 
 #include "failure_capture.h"
+#include "progress_line.h"
 
 #include <krboxlibrary/box_library_node.h>
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
 
 #include <limits>
 #include <stdexcept>
@@ -18,26 +20,64 @@ const std::vector<Command>& commands() {
       {"tree", "PATH",
        "print the tree of the library at PATH (a directory or an archive): [-]/[+] expanded or "
        "collapsed folder, [ ] box, [B] behavior box",
-       1, 1, runTree},
+       "PATH  a library: a directory, or an archive (zip or a tar form)\n",
+       "krbox tree \"examples/Robot Basics\"", 1, 1, runTree},
       {"show", "PATH NODE",
        "print the description of NODE, a \"/\"-separated path of names from the top of the "
        "library",
-       2, 2, runShow},
+       "PATH  a library: a directory or an archive\n"
+       "NODE  a box or folder: its names from the top, joined by \"/\"; \"\" is the top\n",
+       "krbox show \"examples/Robot Basics\" \"Motions/Dances/Party/Robot Dance\"", 2, 2, runShow},
       {"new", "PATH [--format dir|zip]",
-       "create an empty library at PATH, a directory (the default) or a zip archive", 1, 3, runNew},
-      {"mkdir", "LIBRARY FOLDER", "add a folder named by the last name of FOLDER", 2, 2, runMkdir},
+       "create an empty library at PATH, a directory (the default) or a zip archive",
+       "PATH             where the library goes; nothing may be there yet\n"
+       "--format dir|zip a directory (the default) or a zip archive\n",
+       "krbox new /tmp/empty.lbf --format zip", 1, 3, runNew},
+      {"mkdir", "LIBRARY FOLDER", "add a folder named by the last name of FOLDER",
+       "LIBRARY  a library: a directory or an archive, changed in place\n"
+       "FOLDER   the new folder's path of names; the folder above it must exist\n",
+       "krbox mkdir /tmp/robot.lbf \"Motions/Gestures\"", 2, 2, runMkdir},
       {"add", "LIBRARY FOLDER BOXFILE [RESOURCE...]",
-       "add to FOLDER the box in BOXFILE, with the RESOURCE files", 3,
+       "add to FOLDER the box in BOXFILE, with the RESOURCE files",
+       "LIBRARY   a library: a directory or an archive, changed in place\n"
+       "FOLDER    the folder the box goes into; \"\" is the top\n"
+       "BOXFILE   a box file (box.bxd, behavior.bxd or any other name)\n"
+       "RESOURCE  files the box uses, copied into its directory\n",
+       "krbox add /tmp/robot.lbf Motions \"Nod/box.bxd\" nod.txt", 3,
        std::numeric_limits<std::size_t>::max(), runAdd},
-      {"rename", "LIBRARY NODE NEWNAME", "rename NODE to NEWNAME, one name", 3, 3, runRename},
+      {"rename", "LIBRARY NODE NEWNAME", "rename NODE to NEWNAME, one name",
+       "LIBRARY  a library: a directory or an archive, changed in place\n"
+       "NODE     the box or folder to rename\n"
+       "NEWNAME  one name, which may hold \"/\"; numbered when a sibling has it\n",
+       "krbox rename /tmp/robot.lbf \"Sounds/Music\" Songs", 3, 3, runRename},
       {"mv", "LIBRARY NODE FOLDER [INDEX]",
-       "move NODE into FOLDER, at position INDEX (0 is first; the default is last)", 3, 4, runMove},
-      {"rm", "LIBRARY NODE", "remove NODE and everything below it", 2, 2, runRemove},
-      {"set-tooltip", "LIBRARY NODE TEXT", "set the tooltip of the box NODE", 3, 3, runSetTooltip},
+       "move NODE into FOLDER, at position INDEX (0 is first; the default is last)",
+       "LIBRARY  a library: a directory or an archive, changed in place\n"
+       "NODE     the box or folder to move\n"
+       "FOLDER   the folder it goes into; \"\" is the top\n"
+       "INDEX    its place among FOLDER's children, 0 first; last by default\n",
+       "krbox mv /tmp/robot.lbf \"Motions/Postures/Crouch\" \"Motions/Postures\" 0", 3, 4, runMove},
+      {"rm", "LIBRARY NODE", "remove NODE and everything below it",
+       "LIBRARY  a library: a directory or an archive, changed in place\n"
+       "NODE     the box, or the folder with all it holds\n",
+       "krbox rm /tmp/robot.lbf \"Misc./Tests/Legacy Blink\"", 2, 2, runRemove},
+      {"set-tooltip", "LIBRARY NODE TEXT", "set the tooltip of the box NODE",
+       "LIBRARY  a library: a directory or an archive, changed in place\n"
+       "NODE     a box\n"
+       "TEXT     the tooltip; tags go on the lines after a line \"tags:\"\n",
+       "krbox set-tooltip /tmp/robot.lbf \"Motions/Postures/Crouch\" \"Crouches low.\"", 3, 3,
+       runSetTooltip},
       {"pack", "LIBRARY OUT [--format zip|dir]",
-       "copy the library to OUT, a zip archive (the default) or a directory", 2, 4, runPack},
+       "copy the library to OUT, a zip archive (the default) or a directory",
+       "LIBRARY          a library: a directory or an archive, read only\n"
+       "OUT              where the copy goes; nothing may be there yet\n"
+       "--format zip|dir a zip archive (the default) or a directory\n",
+       "krbox pack \"examples/Robot Basics\" /tmp/robot.lbf", 2, 4, runPack},
       {"export", "LIBRARY DEST",
-       "write each behavior box into the directory DEST as a behavior project", 2, 2, runExport},
+       "write each behavior box into the directory DEST as a behavior project",
+       "LIBRARY  a library: a directory or an archive, read only\n"
+       "DEST     an existing directory; each behavior goes to its path below it\n",
+       "krbox export /tmp/robot.lbf /tmp/behaviors", 2, 2, runExport},
   };
   return table;
 }
@@ -63,6 +103,17 @@ KR::BoxLibraryNode* findBelow(KR::BoxLibraryNode* node, const std::vector<std::s
 
 }  // namespace
 
+void Output::print(const QJsonObject& document) {
+  m_stream << QJsonDocument(document).toJson(QJsonDocument::Compact).constData() << '\n';
+}
+
+void Output::printPath(const std::string& path) {
+  if (m_json)
+    print(QJsonObject{{"path", QString::fromStdString(path)}});
+  else
+    m_stream << path << '\n';
+}
+
 QString localPath(const std::string& argument) {
   return QDir::cleanPath(QFileInfo(QFile::decodeName(argument.c_str())).absoluteFilePath());
 }
@@ -75,6 +126,7 @@ std::unique_ptr<KR::BoxLibrary> openLibrary(const std::string& path, bool readOn
   const QString absolute = localPath(path);
   // A library that cannot be opened is logged and left empty: the log record is the error.
   const FailureCapture capture;
+  const ProgressLine progress("opening");
   auto library = std::make_unique<KR::BoxLibrary>(absolute, readOnly);
   capture.check();
   return library;

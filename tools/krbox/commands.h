@@ -3,6 +3,7 @@
 
 #include <krboxlibrary/box_library.h>
 
+#include <QJsonObject>
 #include <QString>
 
 #include <cstddef>
@@ -17,15 +18,37 @@ namespace krbox {
 /// A command's arguments, as raw bytes from the command line (names are UTF-8).
 using Arguments = std::vector<std::string>;
 
+/// Where a command prints its result: lines of text, or with --json one JSON document.
+class Output {
+public:
+  Output(std::ostream& stream, bool json) : m_stream(stream), m_json(json) {}
+
+  /// Whether the result goes out as JSON.
+  bool json() const { return m_json; }
+  /// The stream for text.
+  std::ostream& text() { return m_stream; }
+  /// Prints document on one line, in UTF-8.
+  void print(const QJsonObject& document);
+  /// Prints the path of the node or file a command made, moved or removed: a line of text, or
+  /// {"path": path}.
+  void printPath(const std::string& path);
+
+private:
+  std::ostream& m_stream;
+  bool m_json;
+};
+
 /// One subcommand: "krbox <name> <arguments>".
 struct Command {
   const char* name;
   const char* arguments;  ///< the argument synopsis shown in the usage, e.g. "PATH"
   const char* summary;    ///< one line for the usage
+  const char* details;    ///< for "krbox help": one "NAME  meaning" line per argument
+  const char* example;    ///< for "krbox help": one command line using it
   std::size_t minArguments;
   std::size_t maxArguments;
   /// Runs the command and returns the exit status; failures are thrown as std::exception.
-  int (*run)(const Arguments& arguments, std::ostream& out);
+  int (*run)(const Arguments& arguments, Output& out);
 };
 
 /// Arguments that do not fit the command. An empty message stands for the command's usage
@@ -58,17 +81,17 @@ void refuseTop(const KR::BoxLibraryNode& node, const char* what);
 /// by "/".
 std::string displayPath(const KR::BoxLibraryNode& node);
 
-int runTree(const Arguments& arguments, std::ostream& out);
-int runShow(const Arguments& arguments, std::ostream& out);
-int runMkdir(const Arguments& arguments, std::ostream& out);
-int runAdd(const Arguments& arguments, std::ostream& out);
-int runRename(const Arguments& arguments, std::ostream& out);
-int runMove(const Arguments& arguments, std::ostream& out);
-int runRemove(const Arguments& arguments, std::ostream& out);
-int runSetTooltip(const Arguments& arguments, std::ostream& out);
-int runNew(const Arguments& arguments, std::ostream& out);
-int runPack(const Arguments& arguments, std::ostream& out);
-int runExport(const Arguments& arguments, std::ostream& out);
+int runTree(const Arguments& arguments, Output& out);
+int runShow(const Arguments& arguments, Output& out);
+int runMkdir(const Arguments& arguments, Output& out);
+int runAdd(const Arguments& arguments, Output& out);
+int runRename(const Arguments& arguments, Output& out);
+int runMove(const Arguments& arguments, Output& out);
+int runRemove(const Arguments& arguments, Output& out);
+int runSetTooltip(const Arguments& arguments, Output& out);
+int runNew(const Arguments& arguments, Output& out);
+int runPack(const Arguments& arguments, Output& out);
+int runExport(const Arguments& arguments, Output& out);
 
 }  // namespace krbox
 

@@ -2,6 +2,7 @@
 
 #include "box_source.h"
 #include "failure_capture.h"
+#include "progress_line.h"
 
 #include <krboxlibrary/box_data.h>
 #include <krboxlibrary/box_library_node.h>
@@ -26,10 +27,13 @@ public:
   explicit Edit(const std::string& path) : m_library(openLibrary(path, /*readOnly=*/false)) {}
 
   KR::BoxLibrary& library() const { return *m_library; }
-  int commit(const std::string& nodePath, std::ostream& out) {
+  int commit(const std::string& nodePath, Output& out) {
     m_capture.check();
-    m_library->save();
-    out << nodePath << '\n';
+    {
+      const ProgressLine progress("saving");
+      m_library->save();
+    }
+    out.printPath(nodePath);
     return 0;
   }
 
@@ -62,7 +66,7 @@ bool isWithin(const KR::BoxLibraryNode* node, const KR::BoxLibraryNode* ancestor
 
 }  // namespace
 
-int runMkdir(const Arguments& arguments, std::ostream& out) {
+int runMkdir(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
   const std::string& path = arguments[1];
   const std::size_t slash = path.rfind('/');
@@ -75,7 +79,7 @@ int runMkdir(const Arguments& arguments, std::ostream& out) {
   return edit.commit(displayPath(*folder), out);
 }
 
-int runAdd(const Arguments& arguments, std::ostream& out) {
+int runAdd(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
   KR::BoxLibraryNode* folder = findFolder(edit.library(), arguments[1]);
   KR::RootBoxDescription description = readBoxFile(arguments[2]);
@@ -86,7 +90,7 @@ int runAdd(const Arguments& arguments, std::ostream& out) {
   return edit.commit(displayPath(*box), out);
 }
 
-int runRename(const Arguments& arguments, std::ostream& out) {
+int runRename(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
   KR::BoxLibraryNode* node = findNode(edit.library(), arguments[1]);
   refuseTop(*node, "rename");
@@ -98,7 +102,7 @@ int runRename(const Arguments& arguments, std::ostream& out) {
   return edit.commit(displayPath(*node), out);
 }
 
-int runMove(const Arguments& arguments, std::ostream& out) {
+int runMove(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
   KR::BoxLibraryNode* node = findNode(edit.library(), arguments[1]);
   refuseTop(*node, "move");
@@ -123,7 +127,7 @@ int runMove(const Arguments& arguments, std::ostream& out) {
   return edit.commit(displayPath(*node), out);
 }
 
-int runRemove(const Arguments& arguments, std::ostream& out) {
+int runRemove(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
   KR::BoxLibraryNode* node = findNode(edit.library(), arguments[1]);
   refuseTop(*node, "remove");
@@ -133,7 +137,7 @@ int runRemove(const Arguments& arguments, std::ostream& out) {
   return edit.commit(path, out);
 }
 
-int runSetTooltip(const Arguments& arguments, std::ostream& out) {
+int runSetTooltip(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
   KR::BoxLibraryNode* box = findBox(edit.library(), arguments[1]);
   box->boxData()->setTooltip(QString::fromUtf8(arguments[2].c_str()));

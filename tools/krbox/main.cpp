@@ -1,8 +1,13 @@
 #include "commands.h"
+#include "progress_line.h"
+
+#include <krboxlibrary/krboxlibrary_version.h>
 
 #include <QCoreApplication>
 
+#include <unistd.h>
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <iostream>
 #include <stdexcept>
@@ -19,15 +24,39 @@ std::string synopsis(const krbox::Command& command) {
   return text;
 }
 
+const char kOptions[] =
+    "  --json   print the result as one JSON document (UTF-8, on one line)\n"
+    "  --quiet  show no progress line, even on a terminal\n";
+
 void printUsage(std::ostream& out) {
   std::size_t width = 0;
   for (const krbox::Command& command : krbox::commands())
     width = std::max(width, synopsis(command).size());
-  out << "usage: krbox COMMAND [ARGUMENTS]\n\ncommands:\n";
+  out << "usage: krbox [--json] [--quiet] COMMAND [ARGUMENTS]\n"
+         "       krbox help COMMAND\n"
+         "       krbox --version\n\ncommands:\n";
   for (const krbox::Command& command : krbox::commands()) {
     const std::string text = synopsis(command);
     out << "  " << text << std::string(width - text.size() + 2, ' ') << command.summary << '\n';
   }
+  out << "\noptions, anywhere on the line:\n" << kOptions;
+}
+
+void printHelp(const krbox::Command& command, std::ostream& out) {
+  out << "usage: krbox " << synopsis(command) << "\n\n" << command.summary << "\n\narguments:\n";
+  for (const char* line = command.details; *line;) {
+    const char* end = std::strchr(line, '\n');
+    out << "  " << std::string(line, end) << '\n';
+    line = end + 1;
+  }
+  out << "options:\n" << kOptions << "example:\n  " << command.example << '\n';
+}
+
+const krbox::Command* findCommand(const std::string& name) {
+  const auto& table = krbox::commands();
+  const auto found = std::find_if(table.begin(), table.end(),
+                                  [&](const krbox::Command& c) { return name == c.name; });
+  return found == table.end() ? nullptr : &*found;
 }
 
 // Scripts read the first line of stderr; a message with line breaks (an XML parser's
@@ -47,28 +76,47 @@ bool isHelp(const std::string& argument) {
 
 int main(int argc, char** argv) {
   // Copied before Qt sees them: the arguments are passed on as the bytes that were typed.
-  const krbox::Arguments arguments(argv + 1, argv + argc);
+  krbox::Arguments arguments;
+  bool json = false;
+  bool quiet = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (argument == "--json")
+      json = true;
+    else if (argument == "--quiet")
+      quiet = true;
+    else
+      arguments.push_back(argument);
+  }
   QCoreApplication app(argc, argv);
 
   if (arguments.empty()) {
     printUsage(std::cerr);
     return ExitUsage;
   }
-  if (isHelp(arguments[0])) {
+  if (arguments == krbox::Arguments{"--version"}) {
+    std::cout << "krbox " << KRBOXLIBRARY_VERSION_STRING << '\n';
+    return ExitSuccess;
+  }
+  if (isHelp(arguments[0]) && arguments.size() == 1) {
     printUsage(std::cout);
     return ExitSuccess;
   }
-  const auto& table = krbox::commands();
-  const auto command = std::find_if(
-      table.begin(), table.end(), [&](const krbox::Command& c) { return arguments[0] == c.name; });
-  if (command == table.end()) {
-    printError("unknown command \"" + arguments[0] + "\"; see krbox --help");
+  const bool help = isHelp(arguments[0]);
+  if (help && arguments.size() > 2) {
+    std::cerr << "usage: krbox help COMMAND" << std::endl;
+    return ExitUsage;
+  }
+  const std::string& name = arguments[help ? 1 : 0];
+  const krbox::Command* command = findCommand(name);
+  if (!command) {
+    printError("unknown command \"" + name + "\"; see krbox --help");
     return ExitUsage;
   }
 
   const krbox::Arguments rest(arguments.begin() + 1, arguments.end());
-  if (rest.size() == 1 && (rest[0] == "--help" || rest[0] == "-h")) {
-    std::cout << "usage: krbox " << synopsis(*command) << '\n';
+  if (help || (rest.size() == 1 && (rest[0] == "--help" || rest[0] == "-h"))) {
+    printHelp(*command, std::cout);
     return ExitSuccess;
   }
   if (rest.size() < command->minArguments || rest.size() > command->maxArguments) {
@@ -76,8 +124,10 @@ int main(int argc, char** argv) {
     return ExitUsage;
   }
 
+  krbox::ProgressLine::enable(!quiet && ::isatty(STDERR_FILENO));
+  krbox::Output out(std::cout, json);
   try {
-    const int status = command->run(rest, std::cout);
+    const int status = command->run(rest, out);
     std::cout.flush();
     if (!std::cout)
       throw std::runtime_error("cannot write the output");

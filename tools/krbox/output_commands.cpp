@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "progress_line.h"
 
 #include <krboxlibrary/box_library.h>
 #include <zu/project/exceptions.h>
@@ -6,6 +7,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QStringList>
 
 #include <algorithm>
@@ -56,27 +59,30 @@ QString newPath(const std::string& path) {
 
 }  // namespace
 
-int runNew(const Arguments& arguments, std::ostream& out) {
+int runNew(const Arguments& arguments, Output& out) {
   Format format = KR::BoxLibrary::DirectoryFormat;
   const std::string path = withoutFormat(arguments, 1, format)[0];
   const QString target = newPath(path);
   KR::BoxLibrary library;
   library.saveTo(target, format);
-  out << path << '\n';
+  out.printPath(path);
   return 0;
 }
 
-int runPack(const Arguments& arguments, std::ostream& out) {
+int runPack(const Arguments& arguments, Output& out) {
   Format format = KR::BoxLibrary::ZipFormat;
   const Arguments paths = withoutFormat(arguments, 2, format);
   const std::unique_ptr<KR::BoxLibrary> library = openLibrary(paths[0], /*readOnly=*/true);
   const QString target = newPath(paths[1]);
-  library->saveTo(target, format);
-  out << paths[1] << '\n';
+  {
+    const ProgressLine progress("saving");
+    library->saveTo(target, format);
+  }
+  out.printPath(paths[1]);
   return 0;
 }
 
-int runExport(const Arguments& arguments, std::ostream& out) {
+int runExport(const Arguments& arguments, Output& out) {
   const std::unique_ptr<KR::BoxLibrary> library = openLibrary(arguments[0], /*readOnly=*/true);
   const std::string noDestination = "no directory \"" + arguments[1] + "\"";
   const QDir destination(localPath(arguments[1]));
@@ -85,6 +91,7 @@ int runExport(const Arguments& arguments, std::ostream& out) {
   QStringList paths;
   KR::BoxLibrary::xFindBehaviors(library->boxRoot(), paths);
   try {
+    const ProgressLine progress("exporting");
     library->exportBehaviors(destination.path());
   } catch (const zu::project::PathNotFound&) {
     // Its own text names no path.
@@ -92,18 +99,23 @@ int runExport(const Arguments& arguments, std::ostream& out) {
   }
   // The export skips a behavior it cannot write without a word; what is on disk tells.
   int status = 0;
+  QJsonArray exported;
   for (const QString& path : paths) {
     std::string utf8 = path.toUtf8().toStdString();
     // One line per behavior, whatever its names hold.
     std::replace(utf8.begin(), utf8.end(), '\n', ' ');
     std::replace(utf8.begin(), utf8.end(), '\r', ' ');
-    if (QFileInfo(destination.filePath(path + "/behavior.bxd")).isFile()) {
-      out << utf8 << '\n';
-    } else {
+    if (!QFileInfo(destination.filePath(path + "/behavior.bxd")).isFile()) {
       std::cerr << "krbox: could not export \"" << utf8 << "\"" << std::endl;
       status = 1;
+    } else if (out.json()) {
+      exported.append(path);
+    } else {
+      out.text() << utf8 << '\n';
     }
   }
+  if (out.json())
+    out.print(QJsonObject{{"paths", exported}});
   return status;
 }
 

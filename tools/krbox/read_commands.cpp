@@ -4,6 +4,10 @@
 #include <krboxlibrary/box_library_node.h>
 #include <zu/project/project_model.h>
 
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QJsonValue>
+
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -41,69 +45,123 @@ void printChildren(const KR::BoxLibraryNode& root, std::ostream& out) {
   }
 }
 
-// "Label:" padded to one column; further lines of the value are indented to it.
+QJsonArray childrenJson(const KR::BoxLibraryNode& parent);
+
+// Recursive, unlike printChildren(): Qt's JSON writer recurses as deep anyway.
+QJsonObject nodeJson(const KR::BoxLibraryNode& node) {
+  QJsonObject object{{"name", QString::fromStdString(node.name())}};
+  if (node.isBox()) {
+    object.insert("kind", QString("box"));
+    object.insert("behavior", node.boxData()->behavior());
+  } else {
+    object.insert("kind", QString("folder"));
+    object.insert("expanded", node.isExpanded());
+    object.insert("children", childrenJson(node));
+  }
+  return object;
+}
+
+QJsonArray childrenJson(const KR::BoxLibraryNode& parent) {
+  QJsonArray children;
+  for (const KR::BoxLibraryNode* child : parent.childList())
+    children.append(nodeJson(*child));
+  return children;
+}
+
+// The fields of a description: as text, "Label:" padded to one column with further lines of
+// the value indented to it, printed as they come; as JSON, one object printed by finish().
 class Fields {
 public:
-  explicit Fields(std::ostream& out) : m_out(out) {}
+  explicit Fields(Output& out) : m_out(out) {}
 
-  void add(const char* label, const QStringList& lines) {
+  void add(const char* label, const char* key, const QStringList& lines, const QJsonValue& value) {
+    if (m_out.json()) {
+      m_object.insert(key, value);
+      return;
+    }
     const std::string head = std::string(label) + ":";
     const std::string indent(kColumn, ' ');
-    m_out << head << std::string(kColumn - head.size(), ' ');
+    m_out.text() << head << std::string(kColumn - head.size(), ' ');
     if (lines.isEmpty())
-      m_out << "(none)\n";
+      m_out.text() << "(none)\n";
     for (int i = 0; i < lines.size(); ++i)
-      m_out << (i == 0 ? "" : indent) << lines.at(i).toUtf8().constData() << '\n';
+      m_out.text() << (i == 0 ? "" : indent) << lines.at(i).toUtf8().constData() << '\n';
   }
-  void add(const char* label, const QString& value) { add(label, QStringList{value}); }
-  void add(const char* label, bool value) { add(label, QString(value ? "yes" : "no")); }
+  void add(const char* label, const char* key, const QString& value) {
+    add(label, key, QStringList{value}, value);
+  }
+  void add(const char* label, const char* key, const QStringList& values) {
+    add(label, key, values, QJsonArray::fromStringList(values));
+  }
+  void add(const char* label, const char* key, bool value) {
+    add(label, key, QStringList{QString(value ? "yes" : "no")}, value);
+  }
+  void finish() {
+    if (m_out.json())
+      m_out.print(m_object);
+  }
 
 private:
   static constexpr std::size_t kColumn = 17;
-  std::ostream& m_out;
+  Output& m_out;
+  QJsonObject m_object;
 };
 
-QStringList resourceLines(const KR::BoxLibraryNode& node) {
+void addResources(const KR::BoxLibraryNode& node, Fields& fields) {
   QStringList lines;
+  QJsonArray files;
   const auto resources = node.resources();
   // Read through the model: a local path would first copy the file into scratch space.
   for (const QString& file : resources->files) {
     const QByteArray bytes = resources->project->readFile(resources->path + '/' + file);
     lines.append(QString("%1 (%2 bytes)").arg(file).arg(bytes.size()));
+    files.append(QJsonObject{{"name", file}, {"size", static_cast<qint64>(bytes.size())}});
   }
-  return lines;
+  fields.add("Resources", "resources", lines, files);
 }
 
 }  // namespace
 
-int runTree(const Arguments& arguments, std::ostream& out) {
+int runTree(const Arguments& arguments, Output& out) {
   const std::unique_ptr<KR::BoxLibrary> library = openLibrary(arguments[0], /*readOnly=*/true);
-  out << library->title().toUtf8().constData() << '\n';
-  printChildren(*library->boxRoot(), out);
+  if (out.json()) {
+    out.print(
+        QJsonObject{{"title", library->title()}, {"children", childrenJson(*library->boxRoot())}});
+    return 0;
+  }
+  out.text() << library->title().toUtf8().constData() << '\n';
+  printChildren(*library->boxRoot(), out.text());
   return 0;
 }
 
-int runShow(const Arguments& arguments, std::ostream& out) {
+int runShow(const Arguments& arguments, Output& out) {
   const std::unique_ptr<KR::BoxLibrary> library = openLibrary(arguments[0], /*readOnly=*/true);
   const KR::BoxLibraryNode& node = *findNode(*library, arguments[1]);
   Fields fields(out);
-  fields.add("Name", QString::fromUtf8(node.name().c_str()));
+  fields.add("Name", "name", QString::fromUtf8(node.name().c_str()));
   if (!node.isBox()) {
-    fields.add("Kind", QString("folder"));
-    fields.add("Expanded", node.isExpanded());
-    fields.add("Children", QString::number(node.childCount()));
+    fields.add("Kind", "kind", QString("folder"));
+    fields.add("Expanded", "expanded", node.isExpanded());
+    fields.add("Children", "childCount", QStringList{QString::number(node.childCount())},
+               node.childCount());
+    fields.finish();
     return 0;
   }
   const KR::BoxData& data = *node.boxData();
-  fields.add("Kind", QString("box"));
+  fields.add("Kind", "kind", QString("box"));
   QString tooltip = data.tooltip();
   tooltip.remove('\r');
-  fields.add("Tooltip", tooltip.isEmpty() ? QStringList() : tooltip.split('\n'));
-  fields.add("Tags", data.tags().isEmpty() ? QStringList() : QStringList{data.tags().join(", ")});
-  fields.add("Bitmaps", QStringList(data.bitmaps()));
-  fields.add("Bitmap expanded", data.bitmapExpanded());
-  fields.add("Behavior", data.behavior());
-  fields.add("Resources", resourceLines(node));
+  // The JSON keeps the tooltip as stored; the text shows it line by line.
+  fields.add("Tooltip", "tooltip", tooltip.isEmpty() ? QStringList() : tooltip.split('\n'),
+             data.tooltip());
+  fields.add("Tags", "tags",
+             data.tags().isEmpty() ? QStringList() : QStringList{data.tags().join(", ")},
+             QJsonArray::fromStringList(data.tags()));
+  fields.add("Bitmaps", "bitmaps", QStringList(data.bitmaps()));
+  fields.add("Bitmap expanded", "bitmapExpanded", data.bitmapExpanded());
+  fields.add("Behavior", "behavior", data.behavior());
+  addResources(node, fields);
+  fields.finish();
   return 0;
 }
 

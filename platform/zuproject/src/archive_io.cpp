@@ -4,6 +4,7 @@
 #include "paths.h"
 
 #include <zu/project/exceptions.h>
+#include <zu/project/progress_scope.h>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -295,7 +296,9 @@ void writeArchive(const Changes& view, const fs::path& target, ArchiveFormat for
                                                                  archive_entry_free);
   const time_t now = ::time(nullptr);
   // Entries in byte-wise order, so that the same project always gives the same archive.
-  for (const Listed& item : listTree(view, std::string(), true)) {
+  const std::vector<Listed> items = listTree(view, std::string(), true);
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    const Listed& item = items[i];
     if (output.error)
       break;  // the archive is closed below, then the failure reported
     std::optional<std::string> bytes;
@@ -315,6 +318,7 @@ void writeArchive(const Changes& view, const fs::path& target, ArchiveFormat for
       throw Exception("Could not write " + name + ": " + reason(a.get()));
     if (bytes && !bytes->empty() && archive_write_data(a.get(), bytes->data(), bytes->size()) < 0)
       throw Exception("Could not write " + name + ": " + reason(a.get()));
+    ProgressScope::report(i + 1, items.size());
   }
   if (archive_write_close(a.get()) != ARCHIVE_OK)
     throw Exception("Could not write " + name + ": " + reason(a.get()));

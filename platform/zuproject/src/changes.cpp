@@ -471,20 +471,27 @@ std::vector<Listed> listTree(const Changes& view, const std::string& dir, bool r
   return entries;
 }
 
+void writeEntry(const Changes& view, const std::string& from, bool dir, Beneath& target,
+                const std::string& path) {
+  if (dir) {
+    if (!target.makeDirs(path))
+      throwSystemError("Could not create directory " + path, lastError());
+    return;
+  }
+  const std::optional<std::string> bytes = view.read(from);
+  if (!bytes)
+    throw Exception("Could not read " + from);
+  putBeneath(target, path, *bytes, path);
+}
+
 void writeTree(const Changes& view, const std::string& from, Beneath& target,
                const std::string& path) {
   const Kind kind = view.resolve(from).kind;
-  if (kind == Kind::File) {
-    const std::optional<std::string> bytes = view.read(from);
-    if (!bytes)
-      throw Exception("Could not read " + from);
-    putBeneath(target, path, *bytes, path);
-    return;
-  }
-  if (kind != Kind::Dir)
+  if (kind == Kind::None)
     throw PathNotFound(from);
-  if (!target.makeDirs(path))
-    throwSystemError("Could not create directory " + path, lastError());
+  writeEntry(view, from, kind == Kind::Dir, target, path);
+  if (kind != Kind::Dir)
+    return;
   for (const Listed& entry : view.list(from))
     writeTree(view, joinPath(from, entry.name), target, joinPath(path, entry.name));
 }

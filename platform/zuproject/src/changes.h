@@ -92,6 +92,11 @@ private:
 /// it, sorted byte-wise.
 std::vector<Listed> listTree(const Changes& view, const std::string& dir, bool recursive);
 
+/// Writes the view's file at from to path below target, or makes a directory there when dir
+/// is true; throws Exception on failure.
+void writeEntry(const Changes& view, const std::string& from, bool dir, Beneath& target,
+                const std::string& path);
+
 /// Writes the view's file or tree at from to path below target (files replaced,
 /// directories merged); throws Exception on failure.
 void writeTree(const Changes& view, const std::string& from, Beneath& target,

@@ -6,10 +6,12 @@
 #include "zip_commit.h"
 
 #include <zu/project/exceptions.h>
+#include <zu/project/progress_scope.h>
 
 #include <fcntl.h>
 #include <unistd.h>
 #include <cerrno>
+#include <vector>
 
 namespace zu {
 namespace project {
@@ -23,7 +25,12 @@ void writeDirectory(const Changes& view, const fs::path& target) {
     throwSystemError("Could not write " + target.string(),
                      std::error_code(errno, std::generic_category()));
   Beneath files(fd, std::string());
-  writeTree(view, std::string(), files, std::string());
+  // One flat list rather than a walk: the count of entries is known for the progress.
+  const std::vector<Listed> entries = listTree(view, std::string(), true);
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    writeEntry(view, entries[i].name, entries[i].dir, files, entries[i].name);
+    ProgressScope::report(i + 1, entries.size());
+  }
   if (::syncfs(fd) != 0)
     throwSystemError("Could not write " + target.string(),
                      std::error_code(errno, std::generic_category()));

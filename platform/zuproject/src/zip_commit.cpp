@@ -6,6 +6,7 @@
 #include "zip_source.h"
 
 #include <zu/project/exceptions.h>
+#include <zu/project/progress_scope.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -91,6 +92,12 @@ zip_source_t* sourceFor(zip_t* archive, const Changes& view, const std::string& 
   return source;
 }
 
+// libzip does the writing in zip_close() and tells how far it got as a share.
+void reportShare(zip_t*, double share, void* entries) {
+  const std::size_t total = *static_cast<const std::size_t*>(entries);
+  ProgressScope::report(static_cast<std::size_t>(share * static_cast<double>(total)), total);
+}
+
 }  // namespace
 
 void writeZip(const Changes& view, const fs::path& target) {
@@ -109,7 +116,10 @@ void writeZip(const Changes& view, const fs::path& target) {
     zip_discard(archive);
     throw Exception("Could not write " + name + ": " + text);
   };
-  for (const Listed& item : listTree(view, std::string(), true)) {
+  const std::vector<Listed> items = listTree(view, std::string(), true);
+  std::size_t total = items.size();
+  zip_register_progress_callback_with_state(archive, 0.001, reportShare, nullptr, &total);
+  for (const Listed& item : items) {
     zip_int64_t index;
     if (item.dir) {
       index = zip_dir_add(archive, item.name.c_str(), ZIP_FL_ENC_UTF_8);
