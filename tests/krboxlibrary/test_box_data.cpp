@@ -92,13 +92,6 @@ TEST(BoxDataRead, SignalsCarryNewValue) {
                        {"bitmapExpandedChanged", qMetaTypeId<bool>()}}));
 }
 
-TEST(BoxDataRead, QStringConversionsStopAtNul) {
-  QString value;
-  EXPECT_TRUE(KR::Serial::load(std::string("caf\xC3\xA9\0tail", 10), value));
-  EXPECT_EQ(value, QString::fromUtf8("café"));
-  EXPECT_EQ(KR::Serial::save(QString::fromUtf8("né\0x", 5)), "n\xC3\xA9");
-}
-
 TEST(BoxDataWithoutNode, SettersStoreAndEmitButTouchNoFile) {
   BoxData data(nullptr, parseElement(R"(<Box tooltip="t"/>)"));
   QSignalSpy tooltips(&data, &BoxData::tooltipChanged);

@@ -10,7 +10,6 @@ using KR::BoxLibraryNode;
 using testutil::boxFile;
 using testutil::kBehaviorInterface;
 using testutil::projectFile;
-using zu::project::ProjectModel;
 
 std::string box(const std::string& tooltip, const std::string& children = "") {
   return R"(<Box name="root" tooltip=")" + tooltip + R"(">)" + children + "</Box>";
@@ -75,52 +74,6 @@ TEST(BoxFiles, OnlyCurrentBoxFilesMakeBoxes) {
   EXPECT_FALSE(library.isBehaviorCompatible()) << "no box here is a behavior";
 }
 
-TEST(BoxFiles, ReadsAreFreshCopiesAndResourcesExcludeBoxFiles) {
-  QTemporaryDir dir;
-  const std::string file = boxFile(box("Says hello."));
-  testutil::writeFixture(dir.path(), {{"Music/Hello/box.bxd", file},
-                                      {"Music/Hello/.metadata", "<Metadata/>"},
-                                      {"Music/Hello/Box.bxd", "not the box file"},
-                                      {"Music/Hello/hello.wav", "RIFF....WAVE"},
-                                      {"Music/Hello/sounds/deeper.wav", "RIFF"}});
-  KR::BoxLibrary library(dir.path());
-  const BoxLibraryNode* hello = library.node({0, 0});
-  ASSERT_TRUE(hello && hello->isBox());
-
-  hello->loadBox()->setAttribute("tooltip", "changed", false);
-  EXPECT_EQ(hello->loadBox()->attribute("tooltip", ""), "Says hello.");
-  EXPECT_EQ(hello->loadBoxData().toStdString(), file);
-
-  const boost::shared_ptr<KR::BoxResourceList> resources = hello->resources();
-  ASSERT_TRUE(resources);
-  EXPECT_EQ(resources->project, library.projectModel());
-  EXPECT_EQ(resources->path, "Music/Hello");
-  EXPECT_EQ(resources->files, (QStringList{"Box.bxd", "hello.wav"}));
-
-  const BoxLibraryNode detached;
-  EXPECT_FALSE(detached.loadBox());
-  EXPECT_TRUE(detached.loadBoxData().isNull());
-  EXPECT_FALSE(detached.resources());
-}
-
-TEST(BoxFiles, BehaviorsMakeTheLibraryCompatibleAndDataIsRelayed) {
-  QTemporaryDir dir;
-  testutil::writeFixture(dir.path(),
-                         {{"Stand/box.bxd", boxFile(box("Stands.", kBehaviorInterface))}});
-  KR::BoxLibrary library(dir.path());
-  BoxLibraryNode* stand = library.boxRoot()->child(0);
-  ASSERT_TRUE(stand && stand->isBox());
-  EXPECT_TRUE(stand->boxData()->behavior());
-  EXPECT_TRUE(library.isBehaviorCompatible());
-  EXPECT_EQ(stand->boxData()->QObject::parent(), stand);
-
-  // Attaching the same data twice connects it twice.
-  stand->setBoxDataInternal(stand->boxData());
-  QSignalSpy changes(stand, &BoxLibraryNode::dataChanged);
-  stand->boxData()->setBitmapExpanded(false);
-  EXPECT_EQ(changes.count(), 2);
-}
-
 class SaveBox : public ::testing::Test {
 protected:
   // A box directory holding every file a save may replace or remove.
@@ -182,19 +135,6 @@ TEST_F(SaveBox, OtherwiseAPlainBoxFileAndNoMetadata) {
     wave->saveBox(wave->loadBox(), false);
     EXPECT_EQ(wave->loadBox()->attribute("name", ""), "root");
   }
-}
-
-TEST_F(SaveBox, AFailedOpenLeavesTheOtherFormRemoved) {
-  BoxLibraryNode* wave = openBox("Waves.", true);
-  wave->saveBox(element, true);
-  // A directory where the plain box file should go makes opening it fail.
-  ProjectModel* model = library->projectModel();
-  model->mkdir("Wave/box.bxd", true);
-  wave->saveBox(wave->loadBox(), false);
-  EXPECT_FALSE(model->hasFile("Wave/behavior.bxd"));
-  EXPECT_FALSE(model->hasFile("Wave/.metadata"));
-  EXPECT_TRUE(model->hasDir("Wave/box.bxd"));
-  EXPECT_FALSE(wave->loadBox());
 }
 
 }  // namespace
