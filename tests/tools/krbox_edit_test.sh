@@ -64,6 +64,7 @@ expect_output "Motions/Arms / Legs/Nod? Yes" mv "$dir" "Motions/Gestures/Nod? Ye
 expect_output "Arms / Legs" mv "$dir" "Motions/Arms / Legs" "" 0
 # INDEX counts in the folder's final list, the node itself no longer counted.
 expect_output "Motions/Postures/Crouch" mv "$dir" "Motions/Postures/Crouch" "Motions/Postures" 0
+expect_output "Motions/Postures/Crouch" set-tooltip "$dir" -- "Motions/Postures/Crouch" --json
 expect_output "Motions/Postures/Crouch" set-tooltip "$dir" "Motions/Postures/Crouch" \
   $'Low.\ntags:\nlow; squat'
 expect_output "Motions/Gestures" rm "$dir" "Motions/Gestures"

@@ -39,7 +39,7 @@ void printUsage(std::ostream& out) {
     const std::string text = synopsis(command);
     out << "  " << text << std::string(width - text.size() + 2, ' ') << command.summary << '\n';
   }
-  out << "\noptions, anywhere on the line:\n" << kOptions;
+  out << "\noptions, anywhere on the line before a \"--\":\n" << kOptions;
 }
 
 void printHelp(const krbox::Command& command, std::ostream& out) {
@@ -79,11 +79,15 @@ int main(int argc, char** argv) {
   krbox::Arguments arguments;
   bool json = false;
   bool quiet = false;
+  // After "--" every argument is taken as it stands: a tooltip may well read "--json".
+  bool options = true;
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
-    if (argument == "--json")
+    if (options && argument == "--")
+      options = false;
+    else if (options && argument == "--json")
       json = true;
-    else if (argument == "--quiet")
+    else if (options && argument == "--quiet")
       quiet = true;
     else
       arguments.push_back(argument);
