@@ -1,0 +1,44 @@
+#ifndef ZU_PROJECT_SOURCE_LOCK_H
+#define ZU_PROJECT_SOURCE_LOCK_H
+
+#include <zu/project/zuproject_export.h>
+
+#include <QString>
+
+#include <functional>
+#include <string>
+
+namespace zu {
+namespace project {
+
+/// The lock that one writer of a project's source holds at a time, across processes: an
+/// advisory lock on the file "<source>.lock" beside the source, which holds the holder's
+/// process id and is removed on release, so no pack or export ever carries it. Readers never
+/// take it. Taken again in a process that holds it, it is shared, never waited for.
+class ZUPROJECT_EXPORT SourceLock {
+public:
+  /// Told once, with the holder ("process 1234"), when the lock is held by another process.
+  using Waiting = std::function<void(const std::string& holder)>;
+
+  /// Takes the lock of the source at path, waiting up to waitMs milliseconds. Throws Busy
+  /// naming the holder when it is still held then, Exception when the lock file cannot be
+  /// made.
+  SourceLock(const QString& path, int waitMs, const Waiting& waiting = Waiting());
+  /// Releases the lock, and removes its file when no one else holds it in this process.
+  ~SourceLock();
+  /// Not copyable: each object releases what it took.
+  SourceLock(const SourceLock&) = delete;
+  /// Not copyable: each object releases what it took.
+  SourceLock& operator=(const SourceLock&) = delete;
+
+  /// The lock file of the source at path.
+  static QString lockPath(const QString& path);
+
+private:
+  std::string m_path;
+};
+
+}  // namespace project
+}  // namespace zu
+
+#endif
