@@ -58,7 +58,7 @@ private:
   std::map<std::string, Stamp> m_stamps;
 
   void note(const std::string& path, const std::optional<struct stat>& info);
-  // Whether it is a stamp whose path begins with prefix (keys at or below it come first).
+  // Whether it points at a stamp whose path begins with prefix, as all those below it do.
   bool startsWith(std::map<std::string, Stamp>::const_iterator it, const std::string& prefix) const;
 };
 

@@ -29,7 +29,7 @@ Stamp stampOf(const struct stat& info) {
 
 std::optional<Stamp> stampAt(const std::string& path) {
   struct stat info;
-  if (::lstat(path.c_str(), &info) != 0)
+  if (::stat(path.c_str(), &info) != 0)
     return std::nullopt;
   return stampOf(info);
 }

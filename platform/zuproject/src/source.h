@@ -44,7 +44,7 @@ struct Stamp {
 
 /// The stamp of a file's status.
 Stamp stampOf(const struct stat& info);
-/// The stamp of what is at a disk path, link not followed; nothing when absent.
+/// The stamp of the file at a disk path, through links; nothing when absent.
 std::optional<Stamp> stampAt(const std::string& path);
 
 /// The largest file a source hands out; an entry that claims more is taken as damaged.
@@ -78,7 +78,7 @@ public:
   virtual std::vector<std::string> changedOnDisk() { return {}; }
   /// After this process saved these paths (or the whole archive): what is on disk now is
   /// what the models sharing this source read.
-  virtual void settle(const std::vector<std::string>& touched) { (void)touched; }
+  virtual void settle(const std::vector<std::string>& /*touched*/) {}
 
   /// Models whose view reads through this source; told before a save changes it.
   void attach(Changes* holder);
