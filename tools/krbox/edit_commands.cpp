@@ -10,7 +10,6 @@
 #include <zu/project/source_lock.h>
 
 #include <QFileInfo>
-
 #include <QObject>
 #include <QString>
 
