@@ -90,6 +90,7 @@ TEST(SeveralWriters, NoAcknowledgedEditIsLost) {
 
   // A writer that keeps the lock past krbox's patience is named.
   const zu::project::SourceLock lock(dir, 0);
+  qputenv("KRBOX_LOCK_WAIT_MS", "200");
   const std::unique_ptr<QProcess> late = start({"mkdir", dir, "Late"});
   EXPECT_EQ(finish(*late), 1);
   EXPECT_TRUE(late->readAllStandardError().contains("process " + QByteArray::number(::getpid())));

@@ -14,6 +14,7 @@
 #include <QString>
 
 #include <unistd.h>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -23,8 +24,12 @@ namespace krbox {
 
 namespace {
 
-// How long an edit waits for another writer of the library to finish.
-const int kLockWaitMs = 10000;
+// How long an edit waits for another writer of the library to finish: ten seconds, or what
+// KRBOX_LOCK_WAIT_MS says, so that the tests need not wait that long.
+int lockWaitMs() {
+  const char* text = std::getenv("KRBOX_LOCK_WAIT_MS");
+  return text && *text ? std::atoi(text) : 10000;
+}
 
 // One edit of a library opened for writing. The library holds its edits in its model;
 // the library on disk changes only in commit(), and not at all when the library reported a
@@ -54,7 +59,7 @@ private:
       return nullptr;
     const bool terminal = ::isatty(STDERR_FILENO);
     return std::make_unique<zu::project::SourceLock>(
-        library, kLockWaitMs, [&path, terminal](const std::string& holder) {
+        library, lockWaitMs(), [&path, terminal](const std::string& holder) {
           if (terminal)
             std::cerr << "krbox: waiting for " << holder << ", which is changing " << path
                       << std::endl;

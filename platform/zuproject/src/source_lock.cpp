@@ -8,11 +8,15 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
+#include <fstream>
 #include <map>
 #include <mutex>
+#include <sstream>
 #include <thread>
 
 namespace zu {
@@ -31,21 +35,34 @@ struct Held {
 std::mutex heldMutex;
 std::map<std::string, Held> held;
 
-// The holder named in the lock file.
+// The process holding the lock on what path names, as the kernel's table of locks tells.
 std::string holderOf(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  std::optional<std::string> text = fd >= 0 ? readAll(fd, 64) : std::nullopt;
-  if (fd >= 0)
-    ::close(fd);
-  const std::string pid = text ? text->substr(0, text->find('\n')) : std::string();
-  return pid.empty() ? std::string("another process") : "process " + pid;
+  struct stat info;
+  std::ifstream locks("/proc/locks");
+  if (::stat(path.c_str(), &info) == 0 && locks) {
+    const std::string id = std::to_string(major(info.st_dev)) + ":" +
+                           std::to_string(minor(info.st_dev)) + ":" + std::to_string(info.st_ino);
+    for (std::string line; std::getline(locks, line);) {
+      std::istringstream fields(line);
+      std::string number, kind, advisory, mode, pid, where;
+      // The device is written in hexadecimal there.
+      unsigned major_ = 0, minor_ = 0;
+      unsigned long inode = 0;
+      if (fields >> number >> kind >> advisory >> mode >> pid >> where && kind == "FLOCK" &&
+          std::sscanf(where.c_str(), "%x:%x:%lu", &major_, &minor_, &inode) == 3 &&
+          major_ == major(info.st_dev) && minor_ == minor(info.st_dev) && inode == info.st_ino)
+        return "process " + pid;
+    }
+  }
+  return "another process";
 }
 
-// A locked descriptor of the lock file, -1 while another process holds it. A file removed
-// by its last holder after this one opened it no longer counts, so the loop opens again.
+// A locked descriptor of the source itself, -1 while another process holds it. Locking the
+// directory or archive rather than a file of its own writes nothing anywhere. An archive
+// replaced by the writer before this one is a new file, so the loop opens it again.
 int tryLock(const std::string& path) {
   for (;;) {
-    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0)
       throwSystemError("Could not lock " + path, std::error_code(errno, std::generic_category()));
     if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
@@ -58,12 +75,8 @@ int tryLock(const std::string& path) {
     struct stat mine;
     struct stat named;
     if (::fstat(fd, &mine) == 0 && ::stat(path.c_str(), &named) == 0 &&
-        mine.st_ino == named.st_ino && mine.st_dev == named.st_dev) {
-      const std::string pid = std::to_string(::getpid()) + "\n";
-      if (::ftruncate(fd, 0) == 0)
-        writeAll(fd, pid.data(), pid.size());
+        mine.st_ino == named.st_ino && mine.st_dev == named.st_dev)
       return fd;
-    }
     ::close(fd);
   }
 }
@@ -71,7 +84,7 @@ int tryLock(const std::string& path) {
 }  // namespace
 
 SourceLock::SourceLock(const QString& path, int waitMs, const Waiting& waiting)
-    : m_path(diskPath(lockPath(path)).native()) {
+    : m_path(lockedPath(path)) {
   {
     std::lock_guard<std::mutex> guard(heldMutex);
     const auto found = held.find(m_path);
@@ -100,19 +113,15 @@ SourceLock::~SourceLock() {
   const auto found = held.find(m_path);
   if (found == held.end() || --found->second.count > 0)
     return;
-  // Removed while still locked, so that no one locks a file that is about to go.
-  ::unlink(m_path.c_str());
   ::close(found->second.fd);
   held.erase(found);
 }
 
-QString SourceLock::lockPath(const QString& path) {
+std::string SourceLock::lockedPath(const QString& path) {
   // One lock for every name of the source: links resolved, as far as they exist.
   std::error_code ignored;
   fs::path source = fs::weakly_canonical(absoluteDiskPath(diskPath(path)), ignored);
-  if (source.empty())
-    source = absoluteDiskPath(diskPath(path));
-  return fromDiskPath(source.native() + ".lock");
+  return source.empty() ? absoluteDiskPath(diskPath(path)).native() : source.native();
 }
 
 }  // namespace project

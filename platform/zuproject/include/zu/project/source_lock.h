@@ -12,29 +12,28 @@ namespace zu {
 namespace project {
 
 /// The lock that one writer of a project's source holds at a time, across processes: an
-/// advisory lock on the file "<source>.lock" beside the source, which holds the holder's
-/// process id and is removed on release, so no pack or export ever carries it. Readers never
-/// take it. Taken again in a process that holds it, it is shared, never waited for.
+/// advisory lock on the source directory or archive itself, so it writes nothing and no pack
+/// or export can carry it. Readers never take it. Taken again in a process that holds it, it
+/// is shared, never waited for.
 class ZUPROJECT_EXPORT SourceLock {
 public:
   /// Told once, with the holder ("process 1234"), when the lock is held by another process.
   using Waiting = std::function<void(const std::string& holder)>;
 
   /// Takes the lock of the source at path, waiting up to waitMs milliseconds. Throws Busy
-  /// naming the holder when it is still held then, Exception when the lock file cannot be
-  /// made.
+  /// naming the holder when it is still held then, Exception when the source cannot be
+  /// opened.
   SourceLock(const QString& path, int waitMs, const Waiting& waiting = Waiting());
-  /// Releases the lock, and removes its file when no one else holds it in this process.
+  /// Releases the lock when no one else holds it in this process.
   ~SourceLock();
   /// Not copyable: each object releases what it took.
   SourceLock(const SourceLock&) = delete;
   /// Not copyable: each object releases what it took.
   SourceLock& operator=(const SourceLock&) = delete;
 
-  /// The lock file of the source at path.
-  static QString lockPath(const QString& path);
-
 private:
+  static std::string lockedPath(const QString& path);
+
   std::string m_path;
 };
 
