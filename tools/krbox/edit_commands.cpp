@@ -7,10 +7,15 @@
 #include <krboxlibrary/box_data.h>
 #include <krboxlibrary/box_library_node.h>
 #include <zu/project/project_model.h>
+#include <zu/project/source_lock.h>
 
+#include <QFileInfo>
 #include <QObject>
 #include <QString>
 
+#include <unistd.h>
+#include <cstdlib>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -19,12 +24,20 @@ namespace krbox {
 
 namespace {
 
+// How long an edit waits for another writer of the library to finish: ten seconds, or what
+// KRBOX_LOCK_WAIT_MS says, so that the tests need not wait that long.
+int lockWaitMs() {
+  const char* text = std::getenv("KRBOX_LOCK_WAIT_MS");
+  return text && *text ? std::atoi(text) : 10000;
+}
+
 // One edit of a library opened for writing. The library holds its edits in its model;
 // the library on disk changes only in commit(), and not at all when the library reported a
 // failure while the edit was made. A committed edit prints the path of the node it touched.
 class Edit {
 public:
-  explicit Edit(const std::string& path) : m_library(openLibrary(path, /*readOnly=*/false)) {}
+  explicit Edit(const std::string& path)
+      : m_lock(lockLibrary(path)), m_library(openLibrary(path, /*readOnly=*/false)) {}
 
   KR::BoxLibrary& library() const { return *m_library; }
   int commit(const std::string& nodePath, Output& out) {
@@ -38,6 +51,22 @@ public:
   }
 
 private:
+  // Held from reading the library to the end of its save, so that no other writer's edit
+  // falls between them. A path with nothing there is left for openLibrary() to refuse.
+  static std::unique_ptr<zu::project::SourceLock> lockLibrary(const std::string& path) {
+    const QString library = localPath(path);
+    if (path.empty() || !QFileInfo::exists(library))
+      return nullptr;
+    const bool terminal = ::isatty(STDERR_FILENO);
+    return std::make_unique<zu::project::SourceLock>(
+        library, lockWaitMs(), [&path, terminal](const std::string& holder) {
+          if (terminal)
+            std::cerr << "krbox: waiting for " << holder << ", which is changing " << path
+                      << std::endl;
+        });
+  }
+
+  std::unique_ptr<zu::project::SourceLock> m_lock;
   std::unique_ptr<KR::BoxLibrary> m_library;
   FailureCapture m_capture;
 };

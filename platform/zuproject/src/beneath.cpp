@@ -98,14 +98,19 @@ int Beneath::dir(const std::string& path) {
 Kind Beneath::kind(const std::string& path) {
   if (path.empty())
     return Kind::Dir;
+  const std::optional<struct stat> info = status(path);
+  return info ? kindOf(info->st_mode) : Kind::None;
+}
+
+std::optional<struct stat> Beneath::status(const std::string& path) {
   const auto [parentPath, name] = splitLast(path);
   const int parent = dir(parentPath);
   if (parent < 0 || (parent == m_root && name == m_hiddenTop))
-    return Kind::None;
+    return std::nullopt;
   struct stat info;
   if (::fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
-    return Kind::None;
-  return kindOf(info.st_mode);
+    return std::nullopt;
+  return info;
 }
 
 int Beneath::openFile(const std::string& path) {

@@ -40,6 +40,9 @@ public:
   /// it is absent, not a directory, or reached through a link.
   int dir(const std::string& path);
   Kind kind(const std::string& path);
+  /// The status of the entry at a path other than the top, link not followed; nothing when
+  /// absent.
+  std::optional<struct stat> status(const std::string& path);
   /// A new read descriptor for a regular file, or -1.
   int openFile(const std::string& path);
   /// The bytes of a regular file; nothing when absent, unreadable or larger than limit.

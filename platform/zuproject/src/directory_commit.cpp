@@ -414,6 +414,19 @@ void Planner::plan() {
 void Planner::run() {
   if (m_ops.empty())
     return;
+  std::vector<std::string> replaced;
+  for (const Op& op : m_ops) {
+    if (op.type != 'D')
+      replaced.push_back(op.type == 'M' || op.type == 'P' ? op.second : op.first);
+  }
+  const std::vector<std::string> changed = m_source.conflicts(replaced);
+  if (!changed.empty()) {
+    std::string names;
+    for (const std::string& path : changed)
+      names += (names.empty() ? "" : ", ") + path;
+    throw Conflict(m_source.root() +
+                   ": changed by another writer since read, so nothing was saved: " + names);
+  }
   openPendingOnce();
   // Other models reading this directory keep what they see.
   for (Changes* holder : m_source.holders()) {
@@ -439,6 +452,7 @@ void Planner::run() {
   ::fsync(root);
   closePending(root, m_pending);
   m_pending = -1;
+  m_source.settle(m_touched);
   if (!ok)
     throw Exception("Could not finish saving " + m_source.root());
 }

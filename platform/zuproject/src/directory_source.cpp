@@ -6,6 +6,7 @@
 #include <zu/project/exceptions.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace zu {
@@ -22,13 +23,32 @@ DirectorySource::DirectorySource(const std::string& path, ArchiveFormat format,
   finishPendingSave(*m_files);
 }
 
+bool DirectorySource::startsWith(std::map<std::string, Stamp>::const_iterator it,
+                                 const std::string& prefix) const {
+  return it != m_stamps.end() && it->first.compare(0, prefix.size(), prefix) == 0;
+}
+
+void DirectorySource::note(const std::string& path, const std::optional<struct stat>& info) {
+  if (info && S_ISREG(info->st_mode))
+    m_stamps.emplace(path, stampOf(*info));
+}
+
 Kind DirectorySource::kind(const std::string& path) {
   std::lock_guard<std::recursive_mutex> lock(m_mutex);
-  return m_files->kind(path);
+  if (path.empty() || m_stamps.count(path))
+    return m_files->kind(path);
+  const std::optional<struct stat> info = m_files->status(path);
+  note(path, info);
+  return !info                    ? Kind::None
+         : S_ISREG(info->st_mode) ? Kind::File
+         : S_ISDIR(info->st_mode) ? Kind::Dir
+                                  : Kind::None;
 }
 
 std::optional<std::string> DirectorySource::read(const std::string& path) {
   std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  if (!path.empty() && !m_stamps.count(path))
+    note(path, m_files->status(path));
   return m_files->read(path);
 }
 
@@ -36,6 +56,8 @@ FILE* DirectorySource::open(const std::string& path) {
   int fd;
   {
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    if (!path.empty() && !m_stamps.count(path))
+      note(path, m_files->status(path));
     fd = m_files->openFile(path);
   }
   if (fd < 0)
@@ -54,6 +76,48 @@ std::vector<Listed> DirectorySource::list(const std::string& dir) {
 void DirectorySource::forget() {
   std::lock_guard<std::recursive_mutex> lock(m_mutex);
   m_files->forget();
+}
+
+std::vector<std::string> DirectorySource::changedOnDisk() {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::vector<std::string> changed;
+  for (const auto& [path, stamp] : m_stamps) {
+    const std::optional<struct stat> info = m_files->status(path);
+    if (!info || stampOf(*info) != stamp)
+      changed.push_back(path);
+  }
+  return changed;
+}
+
+std::vector<std::string> DirectorySource::conflicts(const std::vector<std::string>& touched) {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::vector<std::string> changed;
+  for (const std::string& path : touched) {
+    const std::optional<struct stat> info = m_files->status(path);
+    // A file the model never saw there was made by someone else.
+    if (info && S_ISREG(info->st_mode) && !m_stamps.count(path)) {
+      changed.push_back(path);
+      continue;
+    }
+    for (auto it = m_stamps.lower_bound(path); startsWith(it, path); ++it) {
+      if (!isWithin(it->first, path))
+        continue;
+      const std::optional<struct stat> now = it->first == path ? info : m_files->status(it->first);
+      if (!now || stampOf(*now) != it->second)
+        changed.push_back(it->first);
+    }
+  }
+  return changed;
+}
+
+void DirectorySource::settle(const std::vector<std::string>& touched) {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  m_files->forget();
+  for (const std::string& path : touched) {
+    for (auto it = m_stamps.lower_bound(path); startsWith(it, path);)
+      it = isWithin(it->first, path) ? m_stamps.erase(it) : std::next(it);
+    note(path, m_files->status(path));
+  }
 }
 
 }  // namespace detail

@@ -6,6 +6,7 @@
 #include "beneath.h"
 #include "source.h"
 
+#include <map>
 #include <memory>
 #include <mutex>
 
@@ -30,6 +31,12 @@ public:
   FILE* open(const std::string& path) override;
   std::vector<Listed> list(const std::string& dir) override;
   void forget() override;
+  std::vector<std::string> changedOnDisk() override;
+
+  /// Of the paths a save is about to replace or remove (files, or trees), those that
+  /// another writer changed since this source first read them, or made meanwhile.
+  std::vector<std::string> conflicts(const std::vector<std::string>& touched);
+  void settle(const std::vector<std::string>& touched) override;
 
   /// The directory's own path, also for one in scratch.
   const std::string& root() const { return m_path; }
@@ -47,6 +54,12 @@ private:
   // Recursive: a save holds it while the models sharing this source read through it.
   std::recursive_mutex m_mutex;
   std::unique_ptr<Beneath> m_files;
+  // Each file as first read: a save checks it is still so before replacing it.
+  std::map<std::string, Stamp> m_stamps;
+
+  void note(const std::string& path, const std::optional<struct stat>& info);
+  // Whether it points at a stamp whose path begins with prefix, as all those below it do.
+  bool startsWith(std::map<std::string, Stamp>::const_iterator it, const std::string& prefix) const;
 };
 
 }  // namespace detail

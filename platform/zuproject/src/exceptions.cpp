@@ -9,6 +9,8 @@ Exception::~Exception() = default;
 PathNotFound::~PathNotFound() = default;
 CorruptedFile::~CorruptedFile() = default;
 UnsupportedFormat::~UnsupportedFormat() = default;
+Conflict::~Conflict() = default;
+Busy::~Busy() = default;
 
 }  // namespace project
 }  // namespace zu

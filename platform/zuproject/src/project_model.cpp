@@ -1,4 +1,5 @@
 #include <zu/project/project_model.h>
+#include <zu/project/source_lock.h>
 
 #include "archive_io.h"
 #include "changes.h"
@@ -14,6 +15,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 #include <cstring>
+#include <optional>
 
 namespace zu {
 namespace project {
@@ -23,6 +25,8 @@ using namespace detail;
 namespace {
 
 const char kMetadataFile[] = ".metadata";
+// How long a save back to the source waits for another writer to finish.
+const int kLockWaitMs = 10000;
 
 // A model path in normal form, or nothing for one that leaves the model or names the
 // reserved pending entry.
@@ -110,14 +114,21 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
 
   Changes& changes = *d->changes;
   const bool atSource = !d->sourcePath.isEmpty() && target == diskPath(d->sourcePath);
+  // Held from the check of what others changed to the end of the write.
+  std::optional<SourceLock> lock;
   if (atSource && format == d->sourceFormat && changes.source()) {
     if (changes.empty())
       return;  // the source already is what the model shows
+    lock.emplace(d->sourcePath, kLockWaitMs);
     if (auto* directory = dynamic_cast<DirectorySource*>(changes.source().get());
         directory && format == ArchiveFormat_Directory) {
       commitToDirectory(changes, *directory);
       return;
     }
+    if (const std::vector<std::string> changed = changes.source()->changedOnDisk();
+        !changed.empty())
+      throw Conflict(changed.front() +
+                     ": changed by another writer since read, so nothing was saved");
   } else {
     if (existsNoFollow(target) && !overwrite)
       throw Exception(target.string() + ": already exists");
@@ -133,6 +144,9 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
     }
   }
   writeWhole(changes, target, format);
+  // A copy sharing the old source saves over this save as its own.
+  if (atSource && changes.source())
+    changes.source()->settle({});
   changes.reset(openSource(target, format));
   d->sourcePath = fromDiskPath(target);
   d->sourceFormat = format;
@@ -144,6 +158,11 @@ QString ProjectModel::getSourcePath() const {
 
 ArchiveFormat ProjectModel::getSourceFormat() const {
   return d->sourceFormat;
+}
+
+bool ProjectModel::sourceChanged() const {
+  const std::shared_ptr<Source>& source = d->changes->source();
+  return source && !d->sourcePath.isEmpty() && !source->changedOnDisk().empty();
 }
 
 QString ProjectModel::getMetadata(const QString& key) const {

@@ -15,6 +15,25 @@ namespace zu {
 namespace project {
 namespace detail {
 
+bool Stamp::operator==(const Stamp& other) const {
+  return device == other.device && inode == other.inode && size == other.size &&
+         seconds == other.seconds && nanoseconds == other.nanoseconds;
+}
+
+Stamp stampOf(const struct stat& info) {
+  return Stamp{static_cast<std::uint64_t>(info.st_dev), static_cast<std::uint64_t>(info.st_ino),
+               static_cast<std::int64_t>(info.st_size),
+               static_cast<std::int64_t>(info.st_mtim.tv_sec),
+               static_cast<std::int64_t>(info.st_mtim.tv_nsec)};
+}
+
+std::optional<Stamp> stampAt(const std::string& path) {
+  struct stat info;
+  if (::stat(path.c_str(), &info) != 0)
+    return std::nullopt;
+  return stampOf(info);
+}
+
 Source::~Source() = default;
 
 FILE* Source::open(const std::string& path) {

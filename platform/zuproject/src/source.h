@@ -6,6 +6,7 @@
 
 #include <zu/project/archive_format.h>
 
+#include <sys/stat.h>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -29,6 +30,22 @@ struct Listed {
   std::string name;
   bool dir;
 };
+
+/// One state of a file on disk: a file replaced, resized or rewritten has another.
+struct Stamp {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::int64_t size = -1;
+  std::int64_t seconds = 0;
+  std::int64_t nanoseconds = 0;
+  bool operator==(const Stamp& other) const;
+  bool operator!=(const Stamp& other) const { return !(*this == other); }
+};
+
+/// The stamp of a file's status.
+Stamp stampOf(const struct stat& info);
+/// The stamp of the file at a disk path, through links; nothing when absent.
+std::optional<Stamp> stampAt(const std::string& path);
 
 /// The largest file a source hands out; an entry that claims more is taken as damaged.
 constexpr std::uint64_t kMaxFileSize = 256ull * 1024 * 1024;
@@ -56,6 +73,12 @@ public:
   virtual std::vector<Listed> list(const std::string& dir) = 0;
   /// Drops whatever the source cached about its files, after they were changed.
   virtual void forget() {}
+  /// What another writer changed on disk of what this source read (file paths, or the
+  /// archive's own path); empty when nothing.
+  virtual std::vector<std::string> changedOnDisk() { return {}; }
+  /// After this process saved these paths (or the whole archive): what is on disk now is
+  /// what the models sharing this source read.
+  virtual void settle(const std::vector<std::string>& /*touched*/) {}
 
   /// Models whose view reads through this source; told before a save changes it.
   void attach(Changes* holder);

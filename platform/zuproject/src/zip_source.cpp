@@ -39,7 +39,7 @@ std::string checkedName(const std::string& archive, const std::string& name, boo
 
 }  // namespace
 
-ZipSource::ZipSource(const std::string& path) : m_path(path) {
+ZipSource::ZipSource(const std::string& path) : m_path(path), m_stamp(stampAt(path)) {
   int error = 0;
   m_archive = zip_open(path.c_str(), ZIP_RDONLY, &error);
   if (!m_archive) {
@@ -127,6 +127,12 @@ Kind ZipSource::kind(const std::string& path) {
   std::lock_guard<std::mutex> lock(m_mutex);
   const auto found = m_entries.find(path);
   return found == m_entries.end() ? Kind::None : found->second.dir ? Kind::Dir : Kind::File;
+}
+
+std::vector<std::string> ZipSource::changedOnDisk() {
+  if (stampAt(m_path) == m_stamp)
+    return {};
+  return {m_path};
 }
 
 zip_int64_t ZipSource::entryIndex(const std::string& path) {

@@ -28,6 +28,8 @@ public:
   Kind kind(const std::string& path) override;
   std::optional<std::string> read(const std::string& path) override;
   std::vector<Listed> list(const std::string& dir) override;
+  std::vector<std::string> changedOnDisk() override;
+  void settle(const std::vector<std::string>&) override { m_stamp = stampAt(m_path); }
 
   /// The archive and the index of the file entry at path (-1 when there is none), for
   /// copying it into another archive as it is stored.
@@ -44,6 +46,7 @@ private:
   Entry& insert(const std::string& path, bool dir);
 
   std::string m_path;
+  std::optional<Stamp> m_stamp;  // the archive as it was opened
   zip_t* m_archive = nullptr;
   std::mutex m_mutex;
   std::unordered_map<std::string, Entry> m_entries;

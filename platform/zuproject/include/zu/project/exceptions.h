@@ -33,6 +33,20 @@ struct ZUPROJECT_EXPORT UnsupportedFormat : Exception {
   ~UnsupportedFormat() override;
 };
 
+/// A save back to the source refused because another writer changed, since this model
+/// read them, files it would replace or remove (or the archive itself); what() names them.
+struct ZUPROJECT_EXPORT Conflict : Exception {
+  using Exception::Exception;
+  ~Conflict() override;
+};
+
+/// The source's lock still held by another writer when the wait for it ended; what() names
+/// the holder when it is known.
+struct ZUPROJECT_EXPORT Busy : Exception {
+  using Exception::Exception;
+  ~Busy() override;
+};
+
 }  // namespace project
 }  // namespace zu
 

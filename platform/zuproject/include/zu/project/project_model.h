@@ -44,12 +44,19 @@ public:
   /// Writes the project to path ("" is the source path) in format (Current keeps the current
   /// form, Auto chooses by file name). The previous file or directory at path is replaced
   /// only once the new one is complete. Throws when path exists and overwrite is false.
+  /// Back to the source it holds the source's SourceLock (waiting up to 10 s, else Busy)
+  /// and throws Conflict, writing nothing, when another writer changed a file it would
+  /// replace or remove (or the archive) since the model read it; files it leaves alone may
+  /// have changed.
   void save(const QString& path, ArchiveFormat format, bool overwrite);
 
   /// The path the project was loaded from or last saved to; empty for a new project.
   QString getSourcePath() const;
   /// The form of the source: a directory, an archive form, or Auto when unknown.
   ArchiveFormat getSourceFormat() const;
+  /// Whether another writer changed the source since the model read it (a file it read, or
+  /// the archive). load() of getSourcePath() takes their changes and drops the model's own.
+  bool sourceChanged() const;
 
   /// A metadata value; "" when unset.
   QString getMetadata(const QString& key) const;
