@@ -83,6 +83,9 @@ public:
   static std::string numberName(const std::string& name, int number);
   /// name without a trailing " (digits)" group.
   static std::string unNumberName(const std::string& name);
+  /// Whether name can name a node: it is not empty once unNumberName() has dropped its
+  /// number. Every operation that names a node refuses other names, logging one warning.
+  static bool isUsableName(const std::string& name);
 
   /// The display name (UTF-8), unique among the siblings.
   const std::string& name() const { return m_name; }
@@ -122,12 +125,14 @@ public:
   BoxLibraryNode* insertChild(int index, BoxLibraryNode* node);
   /// insertChild() at the end.
   BoxLibraryNode* appendChild(BoxLibraryNode* node);
-  /// Creates a new folder at index with a unique form of name; null when name is empty.
+  /// Creates a new folder at index with a unique form of name; null when the name is not
+  /// usable (isUsableName()).
   BoxLibraryNode* insertChild(int index, const std::string& name, bool expanded);
-  /// Creates a new folder at the end; null when name is empty.
+  /// Creates a new folder at the end; null when the name is not usable.
   BoxLibraryNode* appendChild(const std::string& name, bool expanded);
   /// Creates a box from description at index: its box data, a unique name, its box file and
-  /// its resources. Null, with nothing changed, when the description has no box element.
+  /// its resources. Null, with nothing changed, when the description has no box element or
+  /// no usable name.
   BoxLibraryNode* insertChild(int index, const RootBoxDescription& description);
   /// insertChild() of a description at the end.
   BoxLibraryNode* appendChild(const RootBoxDescription& description);
@@ -151,7 +156,8 @@ public:
   void initName(const std::string& name);
   /// Renames this node (to a unique form of name), moves its directory and emits
   /// dataChanged(this). The parent's listing still names the old name until the parent
-  /// writes it again (saveFolder()). On a root only the name changes.
+  /// writes it again (saveFolder()). On a root only the name changes. A name that is not
+  /// usable (isUsableName()) is refused: nothing changes, one warning is logged.
   void setName(const std::string& name);
 
   /// Writes this node's folder listing: its expanded state and its children's names in order.

@@ -4,6 +4,8 @@
 #include <krboxlibrary/box_library.h>
 #include <zu/project/project_model.h>
 
+#include "refusal.h"
+
 namespace KR {
 
 namespace {
@@ -15,6 +17,14 @@ namespace {
 void checkIndex(int index, int size, const char* where) {
   if (index < 0 || index > size)
     qFatal("%s: index out of range", where);
+}
+
+// A name empty once its number is dropped would give the node its parent's directory.
+bool refuseName(const std::string& name, const char* function) {
+  if (BoxLibraryNode::isUsableName(name))
+    return false;
+  refusal::warn(function, "Refused the name \"" + name + "\": it is empty without its number");
+  return true;
 }
 
 }  // namespace
@@ -81,7 +91,7 @@ zu::project::ProjectModel* BoxLibraryNode::project() const {
 }
 
 BoxLibraryNode* BoxLibraryNode::insertChild(int index, BoxLibraryNode* node) {
-  if (!node)
+  if (!node || refuseName(node->m_name, "insertChild"))
     return nullptr;
   checkIndex(index, childCount(), "KR::BoxLibraryNode::insertChild");
   const QString oldPath = node->path();
@@ -111,14 +121,14 @@ BoxLibraryNode* BoxLibraryNode::appendChild(BoxLibraryNode* node) {
 }
 
 BoxLibraryNode* BoxLibraryNode::insertChild(int index, const std::string& name, bool expanded) {
-  if (name.empty())
+  if (refuseName(name, "insertChild"))
     return nullptr;
   checkIndex(index, childCount(), "KR::BoxLibraryNode::insertChild");
   return insertNewFolder(index, name, expanded);
 }
 
 BoxLibraryNode* BoxLibraryNode::appendChild(const std::string& name, bool expanded) {
-  if (name.empty())
+  if (refuseName(name, "appendChild"))
     return nullptr;
   return insertNewFolder(childCount(), name, expanded);
 }
@@ -134,7 +144,7 @@ BoxLibraryNode* BoxLibraryNode::insertNewFolder(int index, const std::string& na
 }
 
 BoxLibraryNode* BoxLibraryNode::insertChild(int index, const RootBoxDescription& description) {
-  if (!description.box)
+  if (!description.box || refuseName(description.name, "insertChild"))
     return nullptr;
   checkIndex(index, childCount(), "KR::BoxLibraryNode::insertChild");
   auto* node = new BoxLibraryNode();

@@ -121,3 +121,35 @@ TEST(Names, SetNameMovesTheDirectoryWithItsSubtreeAndSignalsOnlyRealRequests) {
 }
 
 }  // namespace
+
+namespace {
+
+// Issue 20: a name empty without its number would give the node its parent's directory.
+TEST(Names, NamesEmptyWithoutTheirNumberAreRefusedWithOneWarningAndNothingWritten) {
+  KR::BoxLibrary lib;
+  BoxLibraryNode* folder = lib.boxRoot()->appendChild("Folder", true);
+  folder->appendChild("Inner", false);
+  const QStringList before = lib.projectModel()->getFileList("", true, true, true);
+  const testutil::LogCapture log;
+  KR::RootBoxDescription description;
+  description.box = testutil::parseElement("<Box/>");
+  int calls = 0;
+  for (const std::string& bad : std::vector<std::string>{"", " (2)", " ()", std::string("\0x", 2)}) {
+    description.name = bad;
+    EXPECT_EQ(folder->appendChild(bad, true), nullptr);
+    EXPECT_EQ(folder->insertChild(0, bad, true), nullptr);
+    EXPECT_EQ(folder->appendChild(description), nullptr);
+    folder->child(0)->setName(bad);
+    calls += 4;
+  }
+  BoxLibraryNode unnamed;
+  EXPECT_EQ(folder->appendChild(&unnamed), nullptr);
+  EXPECT_EQ(folder->childCount(), 1);
+  EXPECT_EQ(folder->child(0)->name(), "Inner");
+  EXPECT_EQ(lib.projectModel()->getFileList("", true, true, true), before);
+  ASSERT_EQ(log.records().size(), static_cast<size_t>(calls + 1));
+  EXPECT_EQ(log.records()[0].level, zu::log::LogLevel_Warning);
+  EXPECT_EQ(log.records()[0].category, "krboxlibrary");
+}
+
+}  // namespace
