@@ -58,14 +58,17 @@ public:
   QByteArray xmlData() const;
   /// The box element freshly read from the box file; null without a node or a readable file.
   boost::shared_ptr<XmlElement> load() const;
-  /// Writes box to the box file, as a behavior when this box is one; nothing without a node.
-  void save(boost::shared_ptr<XmlElement> box);
+  /// Writes box to the box file, as a behavior when this box is one; false when it could not
+  /// (BoxLibraryNode::saveBox()), or without a node.
+  bool save(boost::shared_ptr<XmlElement> box);
   /// A copy of the values, without an object parent, describing node.
   boost::shared_ptr<BoxData> clone(BoxLibraryNode* node) const;
   /// Writes name (UTF-8) as the box element's "name" into the box file. Emits nothing.
   void saveName(const std::string& name);
 
   /// Stores tooltip, writes it to the box file and emits tooltipChanged(); nothing when equal.
+  /// When the box file cannot be written (logged), the old value stays and nothing is emitted;
+  /// so for all three setters.
   void setTooltip(const QString& tooltip);
   /// Stores bitmaps, writes them to the box file and emits bitmapsChanged(); nothing when
   /// equal (order counts).

@@ -161,6 +161,8 @@ public:
   void setName(const std::string& name);
 
   /// Writes this node's folder listing: its expanded state and its children's names in order.
+  /// A listing that cannot be written is logged as an error (category "krboxlibrary") and
+  /// the old one kept.
   void saveFolder();
   /// Reads this node and its whole subtree from its project, and rewrites the listings.
   void initFromProject();
@@ -169,7 +171,9 @@ public:
   /// Makes this node a new, empty folder in its project: name, directory and listing.
   void init(const std::string& name, bool expanded);
   /// Makes this node, already given its parent, a new box in its project from description.
-  void init(const RootBoxDescription& description);
+  /// False, with a line logged, when the description has no box element or its box file
+  /// cannot be written.
+  bool init(const RootBoxDescription& description);
 
   /// Rewrites this node's own file (box file or folder listing). A failure is logged as an
   /// error (category "krboxlibrary") and gives false.
@@ -189,8 +193,11 @@ public:
   boost::shared_ptr<BoxResourceList> resources() const;
   /// Writes element (which gets the name "root" and is kept by the document) as this box's
   /// file: "behavior.bxd" with a ".metadata" for a behavior in a behavior-compatible library,
-  /// "box.bxd" otherwise; the other form's file is removed first.
-  void saveBox(boost::shared_ptr<XmlElement> element, bool isBehavior);
+  /// "box.bxd" otherwise; the other form's file is removed then. The file is replaced only by
+  /// a whole document: false, with the old file kept and one line logged (category
+  /// "krboxlibrary"), when element is empty, the XML writer refuses the document or the
+  /// project cannot take the file. False without a project.
+  bool saveBox(boost::shared_ptr<XmlElement> element, bool isBehavior);
 
 signals:
   /// node (this node or one below it) changed.
@@ -203,6 +210,12 @@ private:
   // path() followed by "/", or "" for the top of the project: where this node's files go.
   QString directoryPrefix() const;
   void initBoxFromProject(const boost::shared_ptr<XmlElement>& box);
+  // saveBox() without its log line: the reason of a failure, "" on success; file is set to
+  // the box file meant, once known.
+  std::string writeBox(const boost::shared_ptr<XmlElement>& element, bool isBehavior,
+                       QString& file);
+  void writeBehaviorMetadata(zu::project::ProjectModel& model, const QString& dir,
+                             const XmlElement& element) const;
   // Writes the box file or the folder listing; logs a failure as coming from function.
   bool saveOwnFile(const char* function);
   BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);

@@ -4,21 +4,28 @@
 #include <krserial/xml_element.h>
 #include <zu/project/project_model.h>
 
+#include "refusal.h"
 #include "text.h"
 
 namespace KR {
 
-void BoxLibraryNode::init(const RootBoxDescription& description) {
+bool BoxLibraryNode::init(const RootBoxDescription& description) {
+  if (!description.box) {
+    refusal::warn("init", "Refused a box description without a box element");
+    return false;
+  }
   m_expanded = false;
   setBoxDataInternal(boost::shared_ptr<BoxData>(new BoxData(this, description.box)));
   initName(description.name);
-  // saveBox() renames the element it writes; the caller's element stays as it was.
-  saveBox(description.box->clone(), m_boxData->behavior());
+  // saveBox() renames the element it writes; the caller's element stays as it was. It logs
+  // its own failure.
+  if (!saveBox(description.box->clone(), m_boxData->behavior()))
+    return false;
 
   const BoxResourceList* resources = description.resources.get();
   zu::project::ProjectModel* model = project();
   if (!resources || !resources->project || !model)
-    return;
+    return true;
   const QString source = text::asDirectory(resources->path);
   const QString destination = directoryPrefix();
   for (QString file : resources->files) {
@@ -28,6 +35,7 @@ void BoxLibraryNode::init(const RootBoxDescription& description) {
       file.remove(0, 1);
     model->importFile(resources->project, source + file, destination + file, false);
   }
+  return true;
 }
 
 BoxLibraryNode* BoxLibraryNode::clone() const {

@@ -22,11 +22,13 @@ const char kBitmapsElement[] = "Bitmaps";
 const char kBitmapElement[] = "bitmap";
 
 // One attribute changed by a read-modify-write of the box file; nothing without a file.
-void writeAttribute(BoxData& data, const char* name, const std::string& value) {
+// False when the file could not be written.
+bool writeAttribute(BoxData& data, const char* name, const std::string& value) {
   if (const XmlElement::Ptr box = data.load()) {
     box->setAttribute(name, value, false);
-    data.save(box);
+    return data.save(box);
   }
+  return true;
 }
 
 }  // namespace
@@ -59,9 +61,8 @@ boost::shared_ptr<XmlElement> BoxData::load() const {
   return m_node ? m_node->loadBox() : XmlElement::Ptr();
 }
 
-void BoxData::save(boost::shared_ptr<XmlElement> box) {
-  if (m_node)
-    m_node->saveBox(box, m_behavior);
+bool BoxData::save(boost::shared_ptr<XmlElement> box) {
+  return m_node && m_node->saveBox(box, m_behavior);
 }
 
 boost::shared_ptr<BoxData> BoxData::clone(BoxLibraryNode* node) const {
@@ -83,35 +84,38 @@ void BoxData::saveName(const std::string& name) {
 void BoxData::setTooltip(const QString& tooltip) {
   if (tooltip == m_tooltip)
     return;
+  if (!writeAttribute(*this, kTooltipAttribute, Serial::save(tooltip)))
+    return;
   m_tooltip = tooltip;
-  writeAttribute(*this, kTooltipAttribute, Serial::save(m_tooltip));
   emit tooltipChanged(m_tooltip);
 }
 
 void BoxData::setBitmaps(const QList<QString>& bitmaps) {
   if (bitmaps == m_bitmaps)
     return;
-  m_bitmaps = bitmaps;
   if (const XmlElement::Ptr box = load()) {
     box->removeChildren(kBitmapElement, kBitmapsElement);
     std::vector<XmlElement::Ptr> elements;
-    elements.reserve(static_cast<size_t>(m_bitmaps.size()));
-    for (const QString& bitmap : m_bitmaps) {
+    elements.reserve(static_cast<size_t>(bitmaps.size()));
+    for (const QString& bitmap : bitmaps) {
       auto element = boost::make_shared<XmlElement>(kBitmapElement);
       element->setText(text::toUtf8(bitmap), false);
       elements.push_back(element);
     }
     box->addChildren(elements, kBitmapsElement);
-    save(box);
+    if (!save(box))
+      return;
   }
+  m_bitmaps = bitmaps;
   emit bitmapsChanged(m_bitmaps);
 }
 
 void BoxData::setBitmapExpanded(bool expanded) {
   if (expanded == m_bitmapExpanded)
     return;
+  if (!writeAttribute(*this, kBitmapExpandedAttribute, Serial::save(expanded)))
+    return;
   m_bitmapExpanded = expanded;
-  writeAttribute(*this, kBitmapExpandedAttribute, Serial::save(m_bitmapExpanded));
   emit bitmapExpandedChanged(m_bitmapExpanded);
 }
 

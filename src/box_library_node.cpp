@@ -151,7 +151,13 @@ BoxLibraryNode* BoxLibraryNode::insertChild(int index, const RootBoxDescription&
   m_children.insert(index, node);
   // Naming and writing go through the parent, so it is set before init().
   node->m_parent = this;
-  node->init(description);
+  if (!node->init(description)) {
+    // Nothing of a box whose file could not be written stays.
+    m_children.removeAll(node);
+    node->m_parent = nullptr;
+    delete node;
+    return nullptr;
+  }
   saveFolder();
   relay(node);
   return node;
