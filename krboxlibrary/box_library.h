@@ -69,12 +69,14 @@ public:
   /// exceptions; a failed save leaves the previous file as it was.
   void save();
   /// Writes the library to path in format, which becomes its path; the title follows the new
-  /// file name and the library is no longer read-only. Throws the project model's exceptions.
+  /// file name and the library is no longer read-only. Throws the project model's exceptions,
+  /// also for a path inside the library or around it.
   void saveTo(const QString& path, LibraryFormat format);
 
   /// Writes every behavior box into destination, an existing directory on disk, as a behavior
   /// project at the box's path. A behavior that fails is skipped, and its directory removed
-  /// when the export made it. Throws zu::project::PathNotFound when destination does not exist.
+  /// when the export made it. Throws zu::project::PathNotFound when destination does not exist,
+  /// zu::project::Exception when it is the library's directory or inside it.
   void exportBehaviors(const QString& destination) const;
   /// Appends to paths the path() of every behavior box at and below node, depth-first.
   static void xFindBehaviors(const BoxLibraryNode* node, QStringList& paths);

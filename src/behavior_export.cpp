@@ -120,6 +120,12 @@ void BoxLibrary::exportBehaviors(const QString& destination) const {
   const QDir target(destination);
   if (!target.exists())
     throw zu::project::PathNotFound(text::toLatin1(target.canonicalPath()));
+  // Behaviors written into the library would show as part of it.
+  const QString source = QFileInfo(path()).canonicalFilePath();
+  const QString inside = target.canonicalPath();
+  if (!source.isEmpty() && (inside == source || inside.startsWith(source + QLatin1Char('/'))))
+    throw zu::project::Exception(text::toUtf8(destination) + ": inside the library at " +
+                                 text::toUtf8(source) + ", which cannot hold its own export");
   QStringList paths;
   xFindBehaviors(m_root, paths);
   for (int i = 0; i < paths.size(); ++i) {

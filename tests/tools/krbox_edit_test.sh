@@ -172,6 +172,10 @@ run export "$zip" "$work/blocked"
   fail "export past a blocked behavior: $status $(cat "$work/out" "$work/err")"
 expect_output "" export "$work/libs/Fresh" "$work/empty-export"
 [[ -z $(ls -A "$work/empty-export") ]] || fail "a library without behaviors exported $(ls -A "$work/empty-export")"
+# A copy or an export into the library itself would show as part of it.
+expect_refused 1 pack "$dir" "$dir/inner" --format dir
+expect_refused 1 pack "$dir" "$dir/Motions/inner.zip"
+expect_refused 1 export "$dir" "$dir/Motions"
 expect_refused 1 export "$zip" "$work/no such directory"
 expect_refused 1 export "$zip" "$src/nod.txt"
 
