@@ -30,7 +30,8 @@ class KRBOXLIBRARY_EXPORT BoxData : public QObject {
 
 public:
   /// Reads tooltip, bitmaps and expanded flag from the box element box, and tests whether it
-  /// is a behavior. node becomes the object parent; it may be null.
+  /// is a behavior. node becomes the object parent; it may be null. An empty box gives the
+  /// defaults and one warning.
   BoxData(BoxLibraryNode* node, boost::shared_ptr<const XmlElement> box);
 
   BoxData(const BoxData&) = delete;
@@ -76,7 +77,8 @@ public:
   /// Stores expanded, writes it to the box file and emits bitmapExpandedChanged(); nothing
   /// when equal.
   void setBitmapExpanded(bool expanded);
-  /// Renames the node, then sets tooltip, bitmaps and expanded flag. Requires a node.
+  /// Renames the node, then sets tooltip, bitmaps and expanded flag. Without a node (none, or
+  /// gone) nothing changes and one warning is logged.
   void updateData(const QString& name, const QString& tooltip, const QList<QString>& bitmaps,
                   bool bitmapExpanded);
 

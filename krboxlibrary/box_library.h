@@ -33,7 +33,10 @@ public:
   /// project model (an unreadable file, say) are thrown.
   explicit BoxLibrary(const QString& path = QString(), bool readOnly = false,
                       QObject* parent = nullptr);
-  /// An empty library with other's flags and object parent; the content is not copied.
+  /// An empty library with other's flags and object parent; the content is not copied. Its
+  /// project model is an object child of other's: when other goes, this library logs one
+  /// warning and becomes an empty, unsaved library with a new model and a new root (nodes of
+  /// the old root reach no files any more).
   BoxLibrary(const BoxLibrary& other);
   /// Takes a copy of other's files, flags and object parent, and reads a new tree from them.
   /// The new root's changes are not relayed to dataChanged().
@@ -89,6 +92,7 @@ signals:
 
 private:
   void relayRoot();
+  void replaceLostModel();
 
   // Guarded: a copy-constructed library's model is an object child of the original's model
   // and may be deleted with it.

@@ -120,8 +120,9 @@ public:
   QString path() const;
 
   /// Attaches node (a taken or cloned node) at index: it becomes this node's object child,
-  /// takes a name unique among its new siblings, and its files are copied in. Returns node,
-  /// or null when node is null.
+  /// takes a name unique among its new siblings, and its files are copied in. Returns node;
+  /// null, with one warning logged, when node is null, still in a tree (or a library's
+  /// root), has no usable name, or index is not in 0..childCount().
   BoxLibraryNode* insertChild(int index, BoxLibraryNode* node);
   /// insertChild() at the end.
   BoxLibraryNode* appendChild(BoxLibraryNode* node);
@@ -137,11 +138,13 @@ public:
   /// insertChild() of a description at the end.
   BoxLibraryNode* appendChild(const RootBoxDescription& description);
   /// Removes the child at index and its directory. The child is not deleted: the caller
-  /// owns it unless it is this node's object child. An index out of range is fatal.
+  /// owns it unless it is this node's object child. An index out of range is refused with a
+  /// warning.
   void removeChild(int index);
   /// Detaches this node from its parent and library into a project of its own that holds
   /// a copy of its files, ready for insertChild() elsewhere. The old files, the old parent's
-  /// listing and its relay of dataChanged() are left as they are. The node must have a parent.
+  /// listing and its relay of dataChanged() are left as they are. Null, with a warning, for a
+  /// node without a parent.
   BoxLibraryNode* take();
   /// A detached copy of this node and its subtree, with a project of its own holding a copy of
   /// its files; the caller owns it. The copy's own box data announces nothing.
@@ -218,6 +221,7 @@ private:
                              const XmlElement& element) const;
   // Writes the box file or the folder listing; logs a failure as coming from function.
   bool saveOwnFile(const char* function);
+  friend class BoxLibrary;
   BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);
   void relay(BoxLibraryNode* child);
   void initFolderFromProject(const QString& prefix);

@@ -7,6 +7,8 @@
 #include "refusal.h"
 #include "text.h"
 
+#include <memory>
+
 namespace KR {
 
 bool BoxLibraryNode::init(const RootBoxDescription& description) {
@@ -39,19 +41,20 @@ bool BoxLibraryNode::init(const RootBoxDescription& description) {
 }
 
 BoxLibraryNode* BoxLibraryNode::clone() const {
-  auto* copy = new BoxLibraryNode();
-  copy->m_ownProject = new zu::project::ProjectModel(copy);
+  // Owned here until complete: a throw part-way (a failing import) leaks nothing.
+  std::unique_ptr<BoxLibraryNode> copy(new BoxLibraryNode());
+  copy->m_ownProject = new zu::project::ProjectModel(copy.get());
   copy->initName(m_name);
   copy->m_expanded = m_expanded;
   // Not attached with setBoxDataInternal(): the copy's own data stays unconnected.
   if (m_boxData)
-    copy->m_boxData = m_boxData->clone(copy);
+    copy->m_boxData = m_boxData->clone(copy.get());
   if (zu::project::ProjectModel* model = project())
     copy->m_ownProject->importFile(model, path(), copy->path(), true);
   // The subtree is read back from the copied files, not copied object by object.
   for (const BoxLibraryNode* child : m_children)
     copy->appendChildFromProject(child->m_fileName);
-  return copy;
+  return copy.release();
 }
 
 }  // namespace KR

@@ -2,6 +2,7 @@
 
 #include <krserial/xml_element.h>
 
+#include "refusal.h"
 #include "text.h"
 #include "tooltip_tags.h"
 #include "vocabulary.h"
@@ -35,6 +36,10 @@ bool writeAttribute(BoxData& data, const char* name, const std::string& value) {
 
 BoxData::BoxData(BoxLibraryNode* node, boost::shared_ptr<const XmlElement> box)
     : QObject(node), m_node(node) {
+  if (!box) {
+    refusal::warn("BoxData", "Refused an empty box element: the box has no values");
+    return;
+  }
   if (box->hasAttribute(kTooltipAttribute))
     Serial::load(box->attribute(kTooltipAttribute, std::string()), m_tooltip);
   for (const XmlElement::Ptr& bitmap : box->children(kBitmapElement, kBitmapsElement)) {
@@ -121,6 +126,10 @@ void BoxData::setBitmapExpanded(bool expanded) {
 
 void BoxData::updateData(const QString& name, const QString& tooltip, const QList<QString>& bitmaps,
                          bool bitmapExpanded) {
+  if (!m_node) {
+    refusal::warn("updateData", "Refused to update a box whose node is gone");
+    return;
+  }
   m_node->setName(text::toUtf8(name));
   setTooltip(tooltip);
   setBitmaps(bitmaps);

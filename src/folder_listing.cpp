@@ -67,6 +67,10 @@ void BoxLibraryNode::saveFolder() {
 }
 
 void BoxLibraryNode::init(const std::string& name, bool expanded) {
+  if (!isUsableName(name)) {
+    refusal::warn("init", "Refused the name \"" + name + "\": it is empty without its number");
+    return;
+  }
   initName(name);
   if (zu::project::ProjectModel* model = project())
     model->mkdir(path(), false);
