@@ -25,6 +25,7 @@ edit() {
   local args=()
   rm -rf "$work/t" && mkdir "$work/t" && cp -a "$examples/Robot Basics" "$work/t/lib"
   cp "$examples/Robot Basics.lbf" "$work/t/lib.zip"
+  chmod 600 "$work/t/lib/Motions/Postures/Crouch/box.bxd"  # a save keeps the mode
   for word in $2; do
     case $word in
       LIB) args+=("$work/t/lib") ;; ZIP) args+=("$work/t/lib.zip") ;; CHIRP) args+=("$work/chirp.bxd") ;;
@@ -41,6 +42,7 @@ for line in "${edits[@]}"; do
   edit "" "$line"
   [[ $status -eq 0 && $after != "$before" ]] || fail "$line: $status $(cat "$work/err")"
   complete=$after
+  grep -q 'Crouch/box.bxd f 600' <<<"$after" || fail "$line: a replaced file lost its mode"
   for fault in open:1 write:1 write:3 flush:1 close:1 rename:1 write:2:eio; do
     edit "$fault" "$line"
     if [[ $status -eq 0 ]]; then
