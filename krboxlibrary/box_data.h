@@ -68,8 +68,8 @@ public:
   void saveName(const std::string& name);
 
   /// Stores tooltip, writes it to the box file and emits tooltipChanged(); nothing when equal.
-  /// When the box file cannot be written (logged), the old value stays and nothing is emitted;
-  /// so for all three setters.
+  /// When the box file cannot be written, the failure is logged and the file kept as it was;
+  /// the value is still stored and announced. So for all three setters.
   void setTooltip(const QString& tooltip);
   /// Stores bitmaps, writes them to the box file and emits bitmapsChanged(); nothing when
   /// equal (order counts).

@@ -23,13 +23,12 @@ const char kBitmapsElement[] = "Bitmaps";
 const char kBitmapElement[] = "bitmap";
 
 // One attribute changed by a read-modify-write of the box file; nothing without a file.
-// False when the file could not be written.
-bool writeAttribute(BoxData& data, const char* name, const std::string& value) {
+// A failed write is logged below and leaves the file as it was.
+void writeAttribute(BoxData& data, const char* name, const std::string& value) {
   if (const XmlElement::Ptr box = data.load()) {
     box->setAttribute(name, value, false);
-    return data.save(box);
+    data.save(box);
   }
-  return true;
 }
 
 }  // namespace
@@ -89,38 +88,35 @@ void BoxData::saveName(const std::string& name) {
 void BoxData::setTooltip(const QString& tooltip) {
   if (tooltip == m_tooltip)
     return;
-  if (!writeAttribute(*this, kTooltipAttribute, Serial::save(tooltip)))
-    return;
   m_tooltip = tooltip;
+  writeAttribute(*this, kTooltipAttribute, Serial::save(m_tooltip));
   emit tooltipChanged(m_tooltip);
 }
 
 void BoxData::setBitmaps(const QList<QString>& bitmaps) {
   if (bitmaps == m_bitmaps)
     return;
+  m_bitmaps = bitmaps;
   if (const XmlElement::Ptr box = load()) {
     box->removeChildren(kBitmapElement, kBitmapsElement);
     std::vector<XmlElement::Ptr> elements;
-    elements.reserve(static_cast<size_t>(bitmaps.size()));
-    for (const QString& bitmap : bitmaps) {
+    elements.reserve(static_cast<size_t>(m_bitmaps.size()));
+    for (const QString& bitmap : m_bitmaps) {
       auto element = boost::make_shared<XmlElement>(kBitmapElement);
       element->setText(text::toUtf8(bitmap), false);
       elements.push_back(element);
     }
     box->addChildren(elements, kBitmapsElement);
-    if (!save(box))
-      return;
+    save(box);
   }
-  m_bitmaps = bitmaps;
   emit bitmapsChanged(m_bitmaps);
 }
 
 void BoxData::setBitmapExpanded(bool expanded) {
   if (expanded == m_bitmapExpanded)
     return;
-  if (!writeAttribute(*this, kBitmapExpandedAttribute, Serial::save(expanded)))
-    return;
   m_bitmapExpanded = expanded;
+  writeAttribute(*this, kBitmapExpandedAttribute, Serial::save(m_bitmapExpanded));
   emit bitmapExpandedChanged(m_bitmapExpanded);
 }
 

@@ -5,7 +5,7 @@ namespace {
 using KR::BoxLibraryNode;
 using KR::XmlElement;
 
-// Issue 20: each misuse gives the neutral result and exactly one warning of the library's
+// Each misuse gives the neutral result and exactly one warning of the library's
 // category, never a crash (the sanitizer build runs this too).
 TEST(BadInput, ApiMisuseGivesTheNeutralResultAndOneWarning) {
   testutil::LogCapture log;

@@ -120,7 +120,7 @@ TEST(Names, SetNameMovesTheDirectoryWithItsSubtreeAndSignalsOnlyRealRequests) {
   EXPECT_EQ(slash->path(), "Tools/a%2fb");
 }
 
-// Issue 20: a name empty without its number would give the node its parent's directory.
+// A name empty without its number would give the node its parent's directory.
 TEST(Names, NamesEmptyWithoutTheirNumberAreRefusedWithOneWarningAndNothingWritten) {
   KR::BoxLibrary lib;
   BoxLibraryNode* folder = lib.boxRoot()->appendChild("Folder", true);
