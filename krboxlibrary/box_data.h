@@ -30,7 +30,8 @@ class KRBOXLIBRARY_EXPORT BoxData : public QObject {
 
 public:
   /// Reads tooltip, bitmaps and expanded flag from the box element box, and tests whether it
-  /// is a behavior. node becomes the object parent; it may be null.
+  /// is a behavior. node becomes the object parent; it may be null. An empty box gives the
+  /// defaults and one warning.
   BoxData(BoxLibraryNode* node, boost::shared_ptr<const XmlElement> box);
 
   BoxData(const BoxData&) = delete;
@@ -58,14 +59,17 @@ public:
   QByteArray xmlData() const;
   /// The box element freshly read from the box file; null without a node or a readable file.
   boost::shared_ptr<XmlElement> load() const;
-  /// Writes box to the box file, as a behavior when this box is one; nothing without a node.
-  void save(boost::shared_ptr<XmlElement> box);
+  /// Writes box to the box file, as a behavior when this box is one; false when it could not
+  /// (BoxLibraryNode::saveBox()), or without a node.
+  bool save(boost::shared_ptr<XmlElement> box);
   /// A copy of the values, without an object parent, describing node.
   boost::shared_ptr<BoxData> clone(BoxLibraryNode* node) const;
   /// Writes name (UTF-8) as the box element's "name" into the box file. Emits nothing.
   void saveName(const std::string& name);
 
   /// Stores tooltip, writes it to the box file and emits tooltipChanged(); nothing when equal.
+  /// When the box file cannot be written, the failure is logged and the file kept as it was;
+  /// the value is still stored and announced. So for all three setters.
   void setTooltip(const QString& tooltip);
   /// Stores bitmaps, writes them to the box file and emits bitmapsChanged(); nothing when
   /// equal (order counts).
@@ -73,7 +77,8 @@ public:
   /// Stores expanded, writes it to the box file and emits bitmapExpandedChanged(); nothing
   /// when equal.
   void setBitmapExpanded(bool expanded);
-  /// Renames the node, then sets tooltip, bitmaps and expanded flag. Requires a node.
+  /// Renames the node, then sets tooltip, bitmaps and expanded flag. Without a node (none, or
+  /// gone) nothing changes and one warning is logged.
   void updateData(const QString& name, const QString& tooltip, const QList<QString>& bitmaps,
                   bool bitmapExpanded);
 

@@ -33,7 +33,10 @@ public:
   /// project model (an unreadable file, say) are thrown.
   explicit BoxLibrary(const QString& path = QString(), bool readOnly = false,
                       QObject* parent = nullptr);
-  /// An empty library with other's flags and object parent; the content is not copied.
+  /// An empty library with other's flags and object parent; the content is not copied. Its
+  /// project model is an object child of other's: when other goes, this library logs one
+  /// warning and becomes an empty, unsaved library with a new model and a new root (nodes of
+  /// the old root reach no files any more).
   BoxLibrary(const BoxLibrary& other);
   /// Takes a copy of other's files, flags and object parent, and reads a new tree from them.
   /// The new root's changes are not relayed to dataChanged().
@@ -69,12 +72,14 @@ public:
   /// exceptions; a failed save leaves the previous file as it was.
   void save();
   /// Writes the library to path in format, which becomes its path; the title follows the new
-  /// file name and the library is no longer read-only. Throws the project model's exceptions.
+  /// file name and the library is no longer read-only. Throws the project model's exceptions,
+  /// also for a path inside the library or around it.
   void saveTo(const QString& path, LibraryFormat format);
 
   /// Writes every behavior box into destination, an existing directory on disk, as a behavior
   /// project at the box's path. A behavior that fails is skipped, and its directory removed
-  /// when the export made it. Throws zu::project::PathNotFound when destination does not exist.
+  /// when the export made it. Throws zu::project::PathNotFound when destination does not exist,
+  /// zu::project::Exception when it is the library's directory or inside it.
   void exportBehaviors(const QString& destination) const;
   /// Appends to paths the path() of every behavior box at and below node, depth-first.
   static void xFindBehaviors(const BoxLibraryNode* node, QStringList& paths);
@@ -87,6 +92,7 @@ signals:
 
 private:
   void relayRoot();
+  void replaceLostModel();
 
   // Guarded: a copy-constructed library's model is an object child of the original's model
   // and may be deleted with it.

@@ -83,6 +83,9 @@ public:
   static std::string numberName(const std::string& name, int number);
   /// name without a trailing " (digits)" group.
   static std::string unNumberName(const std::string& name);
+  /// Whether name can name a node: it is not empty once unNumberName() has dropped its
+  /// number. Every operation that names a node refuses other names, logging one warning.
+  static bool isUsableName(const std::string& name);
 
   /// The display name (UTF-8), unique among the siblings.
   const std::string& name() const { return m_name; }
@@ -117,26 +120,31 @@ public:
   QString path() const;
 
   /// Attaches node (a taken or cloned node) at index: it becomes this node's object child,
-  /// takes a name unique among its new siblings, and its files are copied in. Returns node,
-  /// or null when node is null.
+  /// takes a name unique among its new siblings, and its files are copied in. Returns node;
+  /// null, with one warning logged, when node is null, still in a tree (or a library's
+  /// root), has no usable name, or index is not in 0..childCount().
   BoxLibraryNode* insertChild(int index, BoxLibraryNode* node);
   /// insertChild() at the end.
   BoxLibraryNode* appendChild(BoxLibraryNode* node);
-  /// Creates a new folder at index with a unique form of name; null when name is empty.
+  /// Creates a new folder at index with a unique form of name; null when the name is not
+  /// usable (isUsableName()).
   BoxLibraryNode* insertChild(int index, const std::string& name, bool expanded);
-  /// Creates a new folder at the end; null when name is empty.
+  /// Creates a new folder at the end; null when the name is not usable.
   BoxLibraryNode* appendChild(const std::string& name, bool expanded);
   /// Creates a box from description at index: its box data, a unique name, its box file and
-  /// its resources. Null, with nothing changed, when the description has no box element.
+  /// its resources. Null, with nothing changed, when the description has no box element or
+  /// no usable name.
   BoxLibraryNode* insertChild(int index, const RootBoxDescription& description);
   /// insertChild() of a description at the end.
   BoxLibraryNode* appendChild(const RootBoxDescription& description);
   /// Removes the child at index and its directory. The child is not deleted: the caller
-  /// owns it unless it is this node's object child. An index out of range is fatal.
+  /// owns it unless it is this node's object child. An index out of range is refused with a
+  /// warning.
   void removeChild(int index);
   /// Detaches this node from its parent and library into a project of its own that holds
   /// a copy of its files, ready for insertChild() elsewhere. The old files, the old parent's
-  /// listing and its relay of dataChanged() are left as they are. The node must have a parent.
+  /// listing and its relay of dataChanged() are left as they are. Null, with a warning, for a
+  /// node without a parent.
   BoxLibraryNode* take();
   /// A detached copy of this node and its subtree, with a project of its own holding a copy of
   /// its files; the caller owns it. The copy's own box data announces nothing.
@@ -151,10 +159,13 @@ public:
   void initName(const std::string& name);
   /// Renames this node (to a unique form of name), moves its directory and emits
   /// dataChanged(this). The parent's listing still names the old name until the parent
-  /// writes it again (saveFolder()). On a root only the name changes.
+  /// writes it again (saveFolder()). On a root only the name changes. A name that is not
+  /// usable (isUsableName()) is refused: nothing changes, one warning is logged.
   void setName(const std::string& name);
 
   /// Writes this node's folder listing: its expanded state and its children's names in order.
+  /// A listing that cannot be written is logged as an error (category "krboxlibrary") and
+  /// the old one kept.
   void saveFolder();
   /// Reads this node and its whole subtree from its project, and rewrites the listings.
   void initFromProject();
@@ -163,7 +174,9 @@ public:
   /// Makes this node a new, empty folder in its project: name, directory and listing.
   void init(const std::string& name, bool expanded);
   /// Makes this node, already given its parent, a new box in its project from description.
-  void init(const RootBoxDescription& description);
+  /// False, with a line logged, when the description has no box element or its box file
+  /// cannot be written.
+  bool init(const RootBoxDescription& description);
 
   /// Rewrites this node's own file (box file or folder listing). A failure is logged as an
   /// error (category "krboxlibrary") and gives false.
@@ -183,8 +196,11 @@ public:
   boost::shared_ptr<BoxResourceList> resources() const;
   /// Writes element (which gets the name "root" and is kept by the document) as this box's
   /// file: "behavior.bxd" with a ".metadata" for a behavior in a behavior-compatible library,
-  /// "box.bxd" otherwise; the other form's file is removed first.
-  void saveBox(boost::shared_ptr<XmlElement> element, bool isBehavior);
+  /// "box.bxd" otherwise; the other form's file is removed then. The file is replaced only by
+  /// a whole document: false, with the old file kept and one line logged (category
+  /// "krboxlibrary"), when element is empty, the XML writer refuses the document or the
+  /// project cannot take the file. False without a project.
+  bool saveBox(boost::shared_ptr<XmlElement> element, bool isBehavior);
 
 signals:
   /// node (this node or one below it) changed.
@@ -197,8 +213,15 @@ private:
   // path() followed by "/", or "" for the top of the project: where this node's files go.
   QString directoryPrefix() const;
   void initBoxFromProject(const boost::shared_ptr<XmlElement>& box);
+  // saveBox() without its log line: the reason of a failure, "" on success; file is set to
+  // the box file meant, once known.
+  std::string writeBox(const boost::shared_ptr<XmlElement>& element, bool isBehavior,
+                       QString& file);
+  void writeBehaviorMetadata(zu::project::ProjectModel& model, const QString& dir,
+                             const XmlElement& element) const;
   // Writes the box file or the folder listing; logs a failure as coming from function.
   bool saveOwnFile(const char* function);
+  friend class BoxLibrary;
   BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);
   void relay(BoxLibraryNode* child);
   void initFolderFromProject(const QString& prefix);

@@ -62,11 +62,12 @@ void writeBehaviorDocument(const std::string& path, const XmlElement::Ptr& box) 
   root->setAttribute(kVersionAttribute, Serial::save(kExportedBxdVersion), true);
   root->addChild(box);
   const XmlDocument document(root);
-  FILE* file = zu::os::fopen(path.c_str(), "wb");
-  if (!file)
-    throw std::runtime_error(kCannotOpenBehavior);
-  document.saveToXmlFile(file, nullptr, nullptr);
-  std::fclose(file);
+  std::string bytes;
+  std::string error;
+  if (!document.saveToXmlString(bytes, &error))
+    throw std::runtime_error(kCannotOpenBehavior + (" " + error));
+  // Whole or not at all, every write checked.
+  zu::project::writeFile(path, bytes);
 }
 
 // Writes the behavior at path in the library's project into directory (which may exist).
@@ -84,12 +85,12 @@ void exportBehavior(zu::project::ProjectModel& model, const QDir& destination, c
   const XmlElement::Ptr box = readCopiedBox(utf8Directory);
   const std::string projectName = box->attribute(kNameAttribute, std::string());
   box->setAttribute(kNameAttribute, "root", false);
-  // The box file gives way to the behavior document; there may be none to remove.
+  // The box file gives way to the behavior document once it is written; there may be none.
+  writeBehaviorDocument(utf8Directory + '/' + kBehaviorFile, box);
   try {
     zu::project::remove(utf8Directory + '/' + kBoxFile);
   } catch (const std::exception&) {
   }
-  writeBehaviorDocument(utf8Directory + '/' + kBehaviorFile, box);
   zu::project::BehaviorProject(project).setName(projectName);
 }
 
@@ -119,6 +120,12 @@ void BoxLibrary::exportBehaviors(const QString& destination) const {
   const QDir target(destination);
   if (!target.exists())
     throw zu::project::PathNotFound(text::toLatin1(target.canonicalPath()));
+  // Behaviors written into the library would show as part of it.
+  const QString source = QFileInfo(path()).canonicalFilePath();
+  const QString inside = target.canonicalPath();
+  if (!source.isEmpty() && (inside == source || inside.startsWith(source + QLatin1Char('/'))))
+    throw zu::project::Exception(text::toUtf8(destination) + ": inside the library at " +
+                                 text::toUtf8(source) + ", which cannot hold its own export");
   QStringList paths;
   xFindBehaviors(m_root, paths);
   for (int i = 0; i < paths.size(); ++i) {

@@ -2,6 +2,7 @@
 
 #include <krserial/xml_element.h>
 
+#include "refusal.h"
 #include "text.h"
 #include "tooltip_tags.h"
 #include "vocabulary.h"
@@ -22,6 +23,7 @@ const char kBitmapsElement[] = "Bitmaps";
 const char kBitmapElement[] = "bitmap";
 
 // One attribute changed by a read-modify-write of the box file; nothing without a file.
+// A failed write is logged below and leaves the file as it was.
 void writeAttribute(BoxData& data, const char* name, const std::string& value) {
   if (const XmlElement::Ptr box = data.load()) {
     box->setAttribute(name, value, false);
@@ -33,6 +35,10 @@ void writeAttribute(BoxData& data, const char* name, const std::string& value) {
 
 BoxData::BoxData(BoxLibraryNode* node, boost::shared_ptr<const XmlElement> box)
     : QObject(node), m_node(node) {
+  if (!box) {
+    refusal::warn("BoxData", "Refused an empty box element: the box has no values");
+    return;
+  }
   if (box->hasAttribute(kTooltipAttribute))
     Serial::load(box->attribute(kTooltipAttribute, std::string()), m_tooltip);
   for (const XmlElement::Ptr& bitmap : box->children(kBitmapElement, kBitmapsElement)) {
@@ -59,9 +65,8 @@ boost::shared_ptr<XmlElement> BoxData::load() const {
   return m_node ? m_node->loadBox() : XmlElement::Ptr();
 }
 
-void BoxData::save(boost::shared_ptr<XmlElement> box) {
-  if (m_node)
-    m_node->saveBox(box, m_behavior);
+bool BoxData::save(boost::shared_ptr<XmlElement> box) {
+  return m_node && m_node->saveBox(box, m_behavior);
 }
 
 boost::shared_ptr<BoxData> BoxData::clone(BoxLibraryNode* node) const {
@@ -117,6 +122,10 @@ void BoxData::setBitmapExpanded(bool expanded) {
 
 void BoxData::updateData(const QString& name, const QString& tooltip, const QList<QString>& bitmaps,
                          bool bitmapExpanded) {
+  if (!m_node) {
+    refusal::warn("updateData", "Refused to update a box whose node is gone");
+    return;
+  }
   m_node->setName(text::toUtf8(name));
   setTooltip(tooltip);
   setBitmaps(bitmaps);

@@ -10,6 +10,7 @@
 #include <zu/project/project.h>
 #include <zu/project/project_model.h>
 
+#include "refusal.h"
 #include "text.h"
 #include "tooltip_tags.h"
 #include "vocabulary.h"
@@ -114,12 +115,24 @@ boost::shared_ptr<BoxResourceList> BoxLibraryNode::resources() const {
   return list;
 }
 
-void BoxLibraryNode::saveBox(boost::shared_ptr<XmlElement> element, bool isBehavior) {
+bool BoxLibraryNode::saveBox(boost::shared_ptr<XmlElement> element, bool isBehavior) {
+  if (!element) {
+    refusal::warn("saveBox", "Refused to save an empty box element at " + text::toLatin1(path()));
+    return false;
+  }
+  QString file;
+  const std::string error = writeBox(element, isBehavior, file);
+  if (!error.empty() && !file.isEmpty())
+    refusal::writeFailed("saveBox", text::toLatin1(file), error);
+  return error.empty();
+}
+
+std::string BoxLibraryNode::writeBox(const boost::shared_ptr<XmlElement>& element, bool isBehavior,
+                                     QString& file) {
   zu::project::ProjectModel* model = project();
   if (!model)
-    return;
+    return "the box has no project";
   const QString dir = directoryPrefix();
-  model->mkdir(dir, true);
 
   // A node without a library (a clone, a taken node) cannot hold behaviors.
   const BoxLibrary* owner = library();
@@ -132,39 +145,43 @@ void BoxLibraryNode::saveBox(boost::shared_ptr<XmlElement> element, bool isBehav
   element->setAttribute(kNameAttribute, "root", false);
   root->addChild(element);
   const XmlDocument document(root);
-
-  // Only one form's file may stay; the other goes before the new one is written.
-  FILE* file = nullptr;
-  if (projectForm) {
-    if (model->hasFile(dir + QLatin1String(kBoxFile)))
-      model->remove(dir + QLatin1String(kBoxFile));
-    file = model->fopen(dir + QLatin1String(kBehaviorFile), "wb");
-  } else {
-    if (model->hasFile(dir + QLatin1String(kBehaviorFile)))
-      model->remove(dir + QLatin1String(kBehaviorFile));
-    file = model->fopen(dir + QLatin1String(kBoxFile), "wb");
-    // Usually there is no metadata to remove; its absence is no failure.
-    try {
-      model->remove(dir + QLatin1String(kMetadataFile));
-    } catch (const std::exception&) {
+  file = dir + QLatin1String(projectForm ? kBehaviorFile : kBoxFile);
+  const QString other = dir + QLatin1String(projectForm ? kBoxFile : kBehaviorFile);
+  // The whole document is made before the file is touched: one the writer refuses (nested
+  // too deep to be read back) leaves the old file as it was.
+  std::string bytes;
+  std::string error;
+  if (!document.saveToXmlString(bytes, &error))
+    return error;
+  try {
+    model->writeFile(file, QByteArray(bytes.data(), static_cast<int>(bytes.size())));
+    // Only one form's file may stay.
+    if (model->hasFile(other))
+      model->remove(other);
+    if (!projectForm) {
+      if (model->hasFile(dir + QLatin1String(kMetadataFile)))
+        model->remove(dir + QLatin1String(kMetadataFile));
+      return std::string();
     }
+    writeBehaviorMetadata(*model, dir, *element);
+  } catch (const std::exception& e) {
+    return *e.what() ? e.what() : "unknown failure";
   }
-  if (!file)
-    return;
-  document.saveToXmlFile(file, nullptr, nullptr);
-  std::fclose(file);
-  if (!projectForm)
-    return;
+  return std::string();
+}
+
+void BoxLibraryNode::writeBehaviorMetadata(zu::project::ProjectModel& model, const QString& dir,
+                                           const XmlElement& element) const {
 
   const std::map<std::string, std::string> metadata = {
       {kTypeKey, BoxConstants::a_behaviorProjectType},
       {kVersionKey, BoxConstants::a_behaviorProjectVersion}};
-  model->writeFile(dir + QLatin1String(kMetadataFile),
-                   QByteArray(zu::project::serializeMetadata(metadata).c_str()));
+  model.writeFile(dir + QLatin1String(kMetadataFile),
+                  QByteArray(zu::project::serializeMetadata(metadata).c_str()));
   zu::project::BehaviorProject behavior(
-      zu::project::Project(text::toUtf8(model->getFileLocalPath(dir))));
+      zu::project::Project(text::toUtf8(model.getFileLocalPath(dir))));
   behavior.setName(m_name);
-  for (const std::string& tag : tooltipTags(element->attribute(kTooltipAttribute, std::string())))
+  for (const std::string& tag : tooltipTags(element.attribute(kTooltipAttribute, std::string())))
     behavior.addTag(tag);
 }
 

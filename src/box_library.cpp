@@ -3,6 +3,7 @@
 #include <krboxlibrary/box_constants.h>
 #include <zu/log.h>
 
+#include "refusal.h"
 #include "text.h"
 #include "vocabulary.h"
 
@@ -13,6 +14,13 @@ namespace KR {
 namespace {
 
 using vocabulary::kTypeKey;
+
+// What a new library records in its metadata.
+void recordNewLibrary(zu::project::ProjectModel& model) {
+  model.setMetadata(QLatin1String(kTypeKey), QLatin1String(BoxConstants::a_boxLibraryProjectType));
+  model.setMetadata(QLatin1String(vocabulary::kVersionKey),
+                    QLatin1String(BoxConstants::a_boxLibraryProjectVersion));
+}
 using vocabulary::kVersionKey;
 
 const char kTitleKey[] = "title";
@@ -50,19 +58,36 @@ BoxLibrary::BoxLibrary(const QString& path, bool readOnly, QObject* parent)
     delete m_root;
     m_root = new BoxLibraryNode(this);
   } else {
-    m_project->setMetadata(QLatin1String(kTypeKey),
-                           QLatin1String(BoxConstants::a_boxLibraryProjectType));
-    m_project->setMetadata(QLatin1String(kVersionKey),
-                           QLatin1String(BoxConstants::a_boxLibraryProjectVersion));
+    recordNewLibrary(*m_project);
   }
   relayRoot();
 }
 
 BoxLibrary::BoxLibrary(const BoxLibrary& other)
     : QObject(other.parent()),
-      m_project(new zu::project::ProjectModel(other.m_project.data())),
+      m_project(new zu::project::ProjectModel(other.m_project
+                                                  ? static_cast<QObject*>(other.m_project.data())
+                                                  : static_cast<QObject*>(this))),
       m_readOnly(other.m_readOnly),
       m_behaviorCompatible(other.m_behaviorCompatible) {
+  m_root = new BoxLibraryNode(this);
+  relayRoot();
+  // The model is an object child of other's and goes with it: this library then carries on
+  // as an empty, unsaved one instead of reaching for what is gone.
+  connect(m_project, &QObject::destroyed, this, [this] { replaceLostModel(); });
+}
+
+void BoxLibrary::replaceLostModel() {
+  refusal::warn("BoxLibrary",
+                "The library this one was copied from is gone with its files: this library "
+                "is now empty and unsaved");
+  m_project = new zu::project::ProjectModel(this);
+  recordNewLibrary(*m_project);
+  // The old tree stays for pointers the host may hold, but reaches no files any more.
+  if (BoxLibraryNode* old = m_root) {
+    old->m_library = nullptr;
+    old->disconnect(this);
+  }
   m_root = new BoxLibraryNode(this);
   relayRoot();
 }
@@ -75,6 +100,8 @@ BoxLibrary& BoxLibrary::operator=(const BoxLibrary& other) {
   auto* model = other.m_project ? new zu::project::ProjectModel(*other.m_project)
                                 : new zu::project::ProjectModel();
   model->setParent(this);
+  if (m_project)
+    disconnect(m_project, nullptr, this, nullptr);
   m_project = model;
   m_readOnly = other.m_readOnly;
   m_behaviorCompatible = other.m_behaviorCompatible;
@@ -83,6 +110,9 @@ BoxLibrary& BoxLibrary::operator=(const BoxLibrary& other) {
 }
 
 BoxLibrary::~BoxLibrary() {
+  // Its own model going is no loss to report.
+  if (m_project)
+    disconnect(m_project, nullptr, this, nullptr);
   delete m_root;
   delete m_project;
 }

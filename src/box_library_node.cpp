@@ -4,6 +4,8 @@
 #include <krboxlibrary/box_library.h>
 #include <zu/project/project_model.h>
 
+#include "refusal.h"
+
 namespace KR {
 
 namespace {
@@ -11,10 +13,21 @@ namespace {
 // Queued connections and QSignalSpy need the signal's argument type registered.
 [[maybe_unused]] const int kNodeMetaType = qRegisterMetaType<KR::BoxLibraryNode*>();
 
-// An index past the list is a caller's bug; stop loudly rather than corrupt the tree.
-void checkIndex(int index, int size, const char* where) {
-  if (index < 0 || index > size)
-    qFatal("%s: index out of range", where);
+// An index past the list is a caller's bug: refused with a warning, never a crash.
+bool refuseIndex(int index, int size, const char* function) {
+  if (index >= 0 && index <= size)
+    return false;
+  refusal::warn(function, "Refused the index " + std::to_string(index) + ": not in 0.." +
+                              std::to_string(size));
+  return true;
+}
+
+// A name empty once its number is dropped would give the node its parent's directory.
+bool refuseName(const std::string& name, const char* function) {
+  if (BoxLibraryNode::isUsableName(name))
+    return false;
+  refusal::warn(function, "Refused the name \"" + name + "\": it is empty without its number");
+  return true;
 }
 
 }  // namespace
@@ -81,9 +94,21 @@ zu::project::ProjectModel* BoxLibraryNode::project() const {
 }
 
 BoxLibraryNode* BoxLibraryNode::insertChild(int index, BoxLibraryNode* node) {
-  if (!node)
+  if (!node) {
+    refusal::warn("insertChild", "Refused a null node");
     return nullptr;
-  checkIndex(index, childCount(), "KR::BoxLibraryNode::insertChild");
+  }
+  // A node in a tree (or this node's own ancestor) would end in two places, or in a cycle.
+  bool ancestor = false;
+  for (const BoxLibraryNode* above = this; above; above = above->m_parent)
+    ancestor = ancestor || above == node;
+  if (node->m_parent || node->m_library || ancestor) {
+    refusal::warn("insertChild", "Refused the node \"" + node->m_name +
+                                     "\": it is in a tree already; take() it first");
+    return nullptr;
+  }
+  if (refuseName(node->m_name, "insertChild") || refuseIndex(index, childCount(), "insertChild"))
+    return nullptr;
   const QString oldPath = node->path();
   node->setParent(this);
   m_children.insert(index, node);
@@ -111,14 +136,13 @@ BoxLibraryNode* BoxLibraryNode::appendChild(BoxLibraryNode* node) {
 }
 
 BoxLibraryNode* BoxLibraryNode::insertChild(int index, const std::string& name, bool expanded) {
-  if (name.empty())
+  if (refuseName(name, "insertChild") || refuseIndex(index, childCount(), "insertChild"))
     return nullptr;
-  checkIndex(index, childCount(), "KR::BoxLibraryNode::insertChild");
   return insertNewFolder(index, name, expanded);
 }
 
 BoxLibraryNode* BoxLibraryNode::appendChild(const std::string& name, bool expanded) {
-  if (name.empty())
+  if (refuseName(name, "appendChild"))
     return nullptr;
   return insertNewFolder(childCount(), name, expanded);
 }
@@ -134,14 +158,24 @@ BoxLibraryNode* BoxLibraryNode::insertNewFolder(int index, const std::string& na
 }
 
 BoxLibraryNode* BoxLibraryNode::insertChild(int index, const RootBoxDescription& description) {
-  if (!description.box)
+  if (!description.box) {
+    refusal::warn("insertChild", "Refused a box description without a box element");
     return nullptr;
-  checkIndex(index, childCount(), "KR::BoxLibraryNode::insertChild");
+  }
+  if (refuseName(description.name, "insertChild") ||
+      refuseIndex(index, childCount(), "insertChild"))
+    return nullptr;
   auto* node = new BoxLibraryNode();
   m_children.insert(index, node);
   // Naming and writing go through the parent, so it is set before init().
   node->m_parent = this;
-  node->init(description);
+  if (!node->init(description)) {
+    // Nothing of a box whose file could not be written stays.
+    m_children.removeAll(node);
+    node->m_parent = nullptr;
+    delete node;
+    return nullptr;
+  }
   saveFolder();
   relay(node);
   return node;
@@ -152,8 +186,8 @@ BoxLibraryNode* BoxLibraryNode::appendChild(const RootBoxDescription& descriptio
 }
 
 void BoxLibraryNode::removeChild(int index) {
-  if (index < 0 || index >= m_children.size())
-    qFatal("KR::BoxLibraryNode::removeChild: index out of range");
+  if (refuseIndex(index, childCount() - 1, "removeChild"))
+    return;
   BoxLibraryNode* node = m_children.at(index);
   disconnect(node, &BoxLibraryNode::dataChanged, this, &BoxLibraryNode::dataChanged);
   node->unInit();
@@ -163,8 +197,10 @@ void BoxLibraryNode::removeChild(int index) {
 }
 
 BoxLibraryNode* BoxLibraryNode::take() {
-  if (!m_parent)
-    qFatal("KR::BoxLibraryNode::take: the node has no parent");
+  if (!m_parent) {
+    refusal::warn("take", "Refused to take \"" + m_name + "\": it has no parent");
+    return nullptr;
+  }
   auto* model = new zu::project::ProjectModel(this);
   if (zu::project::ProjectModel* current = project())
     model->importFile(current, path(), QString(), true);

@@ -3,6 +3,7 @@
 #include <krserial/xml_document.h>
 #include <zu/project/project_model.h>
 
+#include "refusal.h"
 #include "text.h"
 #include "tree_read_progress.h"
 #include "vocabulary.h"
@@ -50,14 +51,26 @@ void BoxLibraryNode::saveFolder() {
     folder->addChild(node);
   }
   const XmlDocument document(folder);
-  // A listing that cannot be written is skipped: the tree in memory stays authoritative.
-  if (FILE* file = model->fopen(directoryPrefix() + kListingFile, "wb")) {
-    document.saveToXmlFile(file, nullptr, nullptr);
-    std::fclose(file);
+  const QString file = directoryPrefix() + kListingFile;
+  // A listing that cannot be written is logged and the old one kept: the tree in memory
+  // stays authoritative.
+  std::string bytes;
+  std::string error;
+  try {
+    if (document.saveToXmlString(bytes, &error))
+      model->writeFile(file, QByteArray(bytes.data(), static_cast<int>(bytes.size())));
+  } catch (const std::exception& e) {
+    error = e.what();
   }
+  if (!error.empty())
+    refusal::writeFailed("saveFolder", text::toLatin1(file), error);
 }
 
 void BoxLibraryNode::init(const std::string& name, bool expanded) {
+  if (!isUsableName(name)) {
+    refusal::warn("init", "Refused the name \"" + name + "\": it is empty without its number");
+    return;
+  }
   initName(name);
   if (zu::project::ProjectModel* model = project())
     model->mkdir(path(), false);

@@ -2,6 +2,7 @@
 
 #include <zu/project/project_model.h>
 
+#include "refusal.h"
 #include "text.h"
 
 #include <QFileInfo>
@@ -104,6 +105,10 @@ std::string BoxLibraryNode::unNumberName(const std::string& name) {
   return result;
 }
 
+bool BoxLibraryNode::isUsableName(const std::string& name) {
+  return !unNumberName(name).empty();
+}
+
 void BoxLibraryNode::initName(const std::string& name) {
   std::unordered_set<std::string> siblings;
   if (m_parent) {
@@ -123,6 +128,11 @@ void BoxLibraryNode::initName(const std::string& name) {
 }
 
 void BoxLibraryNode::setName(const std::string& name) {
+  // An empty name would make the node's directory its parent's.
+  if (!isUsableName(name)) {
+    refusal::warn("setName", "Refused the name \"" + name + "\": it is empty without its number");
+    return;
+  }
   if (!m_parent) {
     m_name = name;
     return;

@@ -32,7 +32,10 @@ bool BoxLibraryNode::saveOwnFile(const char* function) {
     const boost::shared_ptr<XmlElement> box = loadBox();
     if (!box)
       throw std::runtime_error("its box file is missing or cannot be read");
-    saveBox(box, m_boxData->behavior());
+    QString file;
+    const std::string error = writeBox(box, m_boxData->behavior(), file);
+    if (!error.empty())
+      throw std::runtime_error(error);
   } catch (const std::exception& e) {
     logSaveFailure(*this, function, e);
     return false;

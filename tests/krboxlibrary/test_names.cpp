@@ -120,4 +120,27 @@ TEST(Names, SetNameMovesTheDirectoryWithItsSubtreeAndSignalsOnlyRealRequests) {
   EXPECT_EQ(slash->path(), "Tools/a%2fb");
 }
 
+// A name empty without its number would give the node its parent's directory.
+TEST(Names, NamesEmptyWithoutTheirNumberAreRefusedWithOneWarningAndNothingWritten) {
+  KR::BoxLibrary lib;
+  BoxLibraryNode* folder = lib.boxRoot()->appendChild("Folder", true);
+  folder->appendChild("Inner", false);
+  const QStringList before = lib.projectModel()->getFileList("", true, true, true);
+  const testutil::LogCapture log;
+  BoxLibraryNode unnamed;
+  EXPECT_EQ(folder->appendChild(&unnamed), nullptr);
+  for (const std::string& bad : std::vector<std::string>{"", " (2)", " ()", std::string("\0x", 2)}) {
+    EXPECT_EQ(folder->appendChild(bad, true), nullptr);
+    EXPECT_EQ(folder->insertChild(0, bad, true), nullptr);
+    EXPECT_EQ(folder->appendChild({bad, testutil::parseElement("<Box/>"), nullptr}), nullptr);
+    folder->child(0)->setName(bad);
+  }
+  EXPECT_EQ(folder->childCount(), 1);
+  EXPECT_EQ(folder->child(0)->name(), "Inner");
+  EXPECT_EQ(lib.projectModel()->getFileList("", true, true, true), before);
+  ASSERT_EQ(log.records().size(), 17u);
+  EXPECT_EQ(log.records()[0].level, zu::log::LogLevel_Warning);
+  EXPECT_EQ(log.records()[0].category, "krboxlibrary");
+}
+
 }  // namespace

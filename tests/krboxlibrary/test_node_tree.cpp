@@ -72,7 +72,6 @@ TEST(NodeTree, RemovedChildLosesItsFilesButNotItsObject) {
   // The relay to the old parent is cut.
   gone->child(0)->setName("Renamed");
   EXPECT_EQ(rootSpy.count(), 0);
-  EXPECT_DEATH(root->removeChild(1), "index out of range");
 }
 
 TEST(NodeTree, TakeAndInsertMoveASubtreeAcrossFolders) {
@@ -110,7 +109,6 @@ TEST(NodeTree, TakeAndInsertMoveASubtreeAcrossFolders) {
   EXPECT_TRUE(model->hasDir("Target/Walk (2)/Stride"));
   // Once through the new parent, once through the relay take() deliberately keeps.
   EXPECT_EQ(libSpy.count(), 2);
-  EXPECT_DEATH(root->take(), "no parent");
 }
 
 }  // namespace

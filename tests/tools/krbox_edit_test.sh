@@ -103,6 +103,12 @@ expect_refused 1 add "$dir" "Motions" "$src/box.bxd"
 expect_refused 1 add "$dir" "Motions" "$src/anything.bxd" "$src/nod.txt" "$src/missing.txt"
 expect_refused 1 add "$dir" "Motions" "$src/anything.bxd" "$src/Nod%3f Yes/box.bxd"
 expect_refused 1 add "$dir" "Motions" "$src/anything.bxd" "$src/nod.txt" "$src/nod.txt"
+# Names empty once their number group is dropped would write into the folder above.
+printf '<VantorelBox bxd_version="3"><Box tooltip="No name."/></VantorelBox>\n' >"$src/ (4).bxd"
+expect_refused 1 add "$dir" "" "$src/ (4).bxd"
+expect_refused 1 mkdir "$dir" " (2)"
+expect_refused 1 mkdir "$dir" "Motions/ ()"
+expect_refused 1 rename "$dir" "Motions" " (3)"
 expect_refused 1 mv "$dir" "Motions" "Motions/Postures"
 expect_refused 1 mv "$dir" "Motions" "Motions"
 expect_refused 1 mv "$dir" "Motions/Postures/Crouch" "Motions/Postures/Stand Up"
@@ -166,6 +172,10 @@ run export "$zip" "$work/blocked"
   fail "export past a blocked behavior: $status $(cat "$work/out" "$work/err")"
 expect_output "" export "$work/libs/Fresh" "$work/empty-export"
 [[ -z $(ls -A "$work/empty-export") ]] || fail "a library without behaviors exported $(ls -A "$work/empty-export")"
+# A copy or an export into the library itself would show as part of it.
+expect_refused 1 pack "$dir" "$dir/inner" --format dir
+expect_refused 1 pack "$dir" "$dir/Motions/inner.zip"
+expect_refused 1 export "$dir" "$dir/Motions"
 expect_refused 1 export "$zip" "$work/no such directory"
 expect_refused 1 export "$zip" "$src/nod.txt"
 

@@ -85,6 +85,13 @@ int parseIndex(const std::string& text, int last, const std::string& folderPath)
   return index;
 }
 
+// A name empty without its trailing " (N)" would give the node its parent's directory.
+void refuseName(const std::string& name, const char* what) {
+  if (!KR::BoxLibraryNode::isUsableName(name))
+    throw std::runtime_error(std::string(what) + " \"" + name +
+                             "\" is no name: it is empty without its number");
+}
+
 bool isWithin(const KR::BoxLibraryNode* node, const KR::BoxLibraryNode* ancestor) {
   for (; node; node = node->parent()) {
     if (node == ancestor)
@@ -102,6 +109,7 @@ int runMkdir(const Arguments& arguments, Output& out) {
   const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
   if (name.empty())
     throw std::runtime_error("no name for the new folder in \"" + path + "\"");
+  refuseName(name, "the folder name");
   KR::BoxLibraryNode* parent =
       findFolder(edit.library(), slash == std::string::npos ? "" : path.substr(0, slash));
   const KR::BoxLibraryNode* folder = parent->appendChild(name, /*expanded=*/true);
@@ -112,6 +120,7 @@ int runAdd(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
   KR::BoxLibraryNode* folder = findFolder(edit.library(), arguments[1]);
   KR::RootBoxDescription description = readBoxFile(arguments[2]);
+  refuseName(description.name, "the box name");
   zu::project::ProjectModel files;
   description.resources = readResources(Arguments(arguments.begin() + 3, arguments.end()), files);
   // readBoxFile() makes sure there is a box element, so a box is always made.
@@ -125,6 +134,7 @@ int runRename(const Arguments& arguments, Output& out) {
   refuseTop(*node, "rename");
   if (arguments[2].empty())
     throw std::runtime_error("the new name is empty");
+  refuseName(arguments[2], "the new name");
   node->setName(arguments[2]);
   // Renaming moves the node's directory but leaves the parent's listing to its parent.
   node->parent()->saveFolder();

@@ -279,6 +279,28 @@ std::string XmlDocument::saveToXmlString() const {
   return render(m_root.get()).text;
 }
 
+bool XmlDocument::saveToXmlString(std::string& text, std::string* error) const {
+  if (!m_root) {
+    fail(error, nullptr, "the document has no root element", "");
+    return false;
+  }
+  Rendered rendered;
+  try {
+    rendered = render(m_root.get());
+  } catch (const std::exception& e) {
+    fail(error, nullptr, std::string("cannot write the XML document: ") + e.what(), "");
+    return false;
+  }
+  // Such a file would be refused when read back; better to say so now than lose the data.
+  if (rendered.depth > kMaxDepth) {
+    fail(error, nullptr,
+         "elements are nested deeper than " + std::to_string(kMaxDepth) + " levels", "");
+    return false;
+  }
+  text = std::move(rendered.text);
+  return true;
+}
+
 bool XmlDocument::saveToXmlFile(FILE* file, std::string* error, std::string* errorContext) const {
   if (!file) {
     fail(error, errorContext, "no file to write the XML document to", "");

@@ -1,6 +1,7 @@
 #include "archive_io.h"
 
 #include "changes.h"
+#include "file_io.h"
 #include "paths.h"
 
 #include <zu/project/exceptions.h>
@@ -326,7 +327,7 @@ void writeArchive(const Changes& view, const fs::path& target, ArchiveFormat for
     throwSystemError("Could not write " + name,
                      std::error_code(output.error, std::generic_category()));
   // The new archive must be on disk before it replaces the old one.
-  if (::fsync(fd) != 0)
+  if (io::sync(fd) != 0)
     throwSystemError("Could not write " + name, std::error_code(errno, std::generic_category()));
 }
 

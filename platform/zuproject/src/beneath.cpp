@@ -1,5 +1,7 @@
 #include "beneath.h"
 
+#include "file_io.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -227,8 +229,8 @@ int Beneath::createFile(const std::string& path, bool truncate) {
     errno = ENOENT;
     return -1;
   }
-  return ::openat(parent, name.c_str(),
-                  O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | (truncate ? O_TRUNC : 0), 0644);
+  return io::openAt(parent, name.c_str(),
+                    O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | (truncate ? O_TRUNC : 0), 0644);
 }
 
 bool removeContents(int dirFd) {
@@ -276,7 +278,7 @@ bool Beneath::removeTree(const std::string& path) {
 
 bool writeAll(int fd, const char* data, std::size_t size) {
   while (size > 0) {
-    const ssize_t count = ::write(fd, data, size);
+    const ssize_t count = io::write(fd, data, size);
     if (count < 0 && errno == EINTR)
       continue;
     if (count <= 0) {

@@ -1,5 +1,6 @@
 #include "changes.h"
 
+#include "file_io.h"
 #include "paths.h"
 #include "streams.h"
 
@@ -21,17 +22,28 @@ std::error_code lastError() {
   return std::error_code(errno, std::generic_category());
 }
 
-// Writes a whole file below files; throws Exception naming what on failure.
+// Writes a whole file below files; throws Exception naming what on failure. A file that may
+// be there already is replaced only once the new one is complete; in a fresh tree it is
+// written in place.
 void putBeneath(Beneath& files, const std::string& path, const std::string& bytes,
-                const std::string& what) {
-  const int fd = files.createFile(path, true);
-  if (fd < 0 || !writeAll(fd, bytes.data(), bytes.size())) {
-    const std::error_code reason = lastError();
-    if (fd >= 0)
-      ::close(fd);
-    throwSystemError("Could not write " + what, reason);
+                const std::string& what, bool fresh = false) {
+  if (fresh) {
+    const int fd = files.createFile(path, true);
+    bool ok = fd >= 0 && writeAll(fd, bytes.data(), bytes.size());
+    std::error_code reason = lastError();
+    if (fd >= 0 && io::close(fd) != 0 && ok) {
+      ok = false;
+      reason = lastError();
+    }
+    if (!ok)
+      throwSystemError("Could not write " + what, reason);
+    return;
   }
-  ::close(fd);
+  const auto [parentPath, name] = splitLast(path);
+  const int parent = files.makeDirs(parentPath) ? files.dir(parentPath) : -1;
+  if (parent < 0 || name.empty())
+    throwSystemError("Could not write " + what, lastError());
+  replaceFileAt(parent, name, bytes, what, false);
 }
 
 bool plainDir(const Node& node) {
@@ -472,7 +484,7 @@ std::vector<Listed> listTree(const Changes& view, const std::string& dir, bool r
 }
 
 void writeEntry(const Changes& view, const std::string& from, bool dir, Beneath& target,
-                const std::string& path) {
+                const std::string& path, bool fresh) {
   if (dir) {
     if (!target.makeDirs(path))
       throwSystemError("Could not create directory " + path, lastError());
@@ -481,7 +493,7 @@ void writeEntry(const Changes& view, const std::string& from, bool dir, Beneath&
   const std::optional<std::string> bytes = view.read(from);
   if (!bytes)
     throw Exception("Could not read " + from);
-  putBeneath(target, path, *bytes, path);
+  putBeneath(target, path, *bytes, path, fresh);
 }
 
 void writeTree(const Changes& view, const std::string& from, Beneath& target,

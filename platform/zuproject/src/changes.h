@@ -93,9 +93,10 @@ private:
 std::vector<Listed> listTree(const Changes& view, const std::string& dir, bool recursive);
 
 /// Writes the view's file at from to path below target, or makes a directory there when dir
-/// is true; throws Exception on failure.
+/// is true; throws Exception on failure. A file replaces one there only once complete, unless
+/// fresh says the target tree is new.
 void writeEntry(const Changes& view, const std::string& from, bool dir, Beneath& target,
-                const std::string& path);
+                const std::string& path, bool fresh = false);
 
 /// Writes the view's file or tree at from to path below target (files replaced,
 /// directories merged); throws Exception on failure.

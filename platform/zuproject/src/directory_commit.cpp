@@ -2,6 +2,7 @@
 
 #include "changes.h"
 #include "directory_source.h"
+#include "file_io.h"
 #include "paths.h"
 
 #include <zu/project/exceptions.h>
@@ -130,7 +131,7 @@ bool apply(Beneath& files, int pending, const std::vector<Op>& ops) {
           // A link the source had there is replaced, never followed.
           if (to >= 0 && op.type == 'M' && files.kind(target) == Kind::None)
             ::unlinkat(to, name.c_str(), 0);
-          stepOk = to >= 0 && ::renameat(pending, op.first.c_str(), to, name.c_str()) == 0;
+          stepOk = to >= 0 && io::renameAt(pending, op.first.c_str(), to, name.c_str()) == 0;
           files.forget();
         }
         if (op.type == 'M')
@@ -185,6 +186,25 @@ void closePending(int root, int pending) {
   ::fsync(root);
 }
 
+// The first directory at path, or with tree at or below it, that its user cannot write;
+// "" when there is none.
+std::string lockedTree(Beneath& files, const std::string& path, bool tree) {
+  const auto [parent, name] = splitLast(path);
+  const int fd = path.empty() ? files.rootFd() : files.dir(parent);
+  if (fd >= 0 && !writableAt(fd, path.empty() ? "." : name))
+    return path.empty() ? "." : path;
+  if (!tree)
+    return std::string();
+  for (const Listed& entry : files.list(path)) {
+    if (!entry.dir)
+      continue;
+    const std::string locked = lockedTree(files, joinPath(path, entry.name), true);
+    if (!locked.empty())
+      return locked;
+  }
+  return std::string();
+}
+
 class Planner {
 public:
   Planner(Changes& changes, DirectorySource& source, Beneath& files)
@@ -206,7 +226,8 @@ private:
   void add(char type, const std::string& first, const std::string& second = std::string());
   void putFile(const std::string& path, const std::optional<std::string>& basis);
   void writeSubtree(const std::string& path, const std::optional<std::string>& basis);
-  std::string stage(const std::string& bytes);
+  std::string stage(const std::string& bytes, mode_t mode);
+  void refuseUnwritable();
   bool flushStaged() const;
   void openPendingOnce();
 
@@ -275,6 +296,8 @@ void Planner::add(char type, const std::string& first, const std::string& second
 void Planner::openPendingOnce() {
   if (m_pending >= 0)
     return;
+  if (!writableAt(m_files.rootFd(), "."))
+    throw Exception(m_source.root() + ": not writable, so nothing was saved");
   finishPendingSave(m_files);
   m_pending = openPending(m_files.rootFd(), true);
   if (m_pending < 0)
@@ -285,10 +308,10 @@ void Planner::openPendingOnce() {
 // can take long on a busy disk: a small save flushes its own files instead.
 bool Planner::flushStaged() const {
   if (m_staged.size() > 8)
-    return ::syncfs(m_pending) == 0;
+    return io::syncFs(m_pending) == 0;
   for (const std::string& name : m_staged) {
     const int fd = ::openat(m_pending, name.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool ok = fd >= 0 && ::fsync(fd) == 0;
+    const bool ok = fd >= 0 && io::sync(fd) == 0;
     if (fd >= 0)
       ::close(fd);
     if (!ok)
@@ -297,16 +320,19 @@ bool Planner::flushStaged() const {
   return true;
 }
 
-std::string Planner::stage(const std::string& bytes) {
+std::string Planner::stage(const std::string& bytes, mode_t mode) {
   openPendingOnce();
   const std::string name = "f" + std::to_string(++m_count);
-  const int fd = ::openat(m_pending, name.c_str(),
-                          O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
-  // Flushed before the record is written (flushStaged).
-  const bool ok = fd >= 0 && writeAll(fd, bytes.data(), bytes.size());
-  const std::error_code reason = lastError();
-  if (fd >= 0)
-    ::close(fd);
+  const int fd = io::openAt(m_pending, name.c_str(),
+                            O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
+  // Flushed before the record is written (flushStaged). What it replaces keeps its mode.
+  bool ok = fd >= 0 && writeAll(fd, bytes.data(), bytes.size()) &&
+            (mode == 0644 || ::fchmod(fd, mode) == 0);
+  std::error_code reason = lastError();
+  if (fd >= 0 && io::close(fd) != 0 && ok) {
+    ok = false;
+    reason = lastError();
+  }
   if (!ok)
     throwSystemError("Could not write in " + m_source.root(), reason);
   m_staged.push_back(name);
@@ -325,7 +351,12 @@ void Planner::putFile(const std::string& path, const std::optional<std::string>&
   }
   if (there == Kind::Dir)
     add('R', path);
-  add('P', stage(*bytes), path);
+  mode_t mode = 0644;
+  if (there == Kind::File) {
+    if (const std::optional<struct stat> old = m_files.status(*basis))
+      mode = old->st_mode & 07777;
+  }
+  add('P', stage(*bytes, mode), path);
 }
 
 void Planner::writeSubtree(const std::string& path, const std::optional<std::string>& basis) {
@@ -427,6 +458,7 @@ void Planner::run() {
     throw Conflict(m_source.root() +
                    ": changed by another writer since read, so nothing was saved: " + names);
   }
+  refuseUnwritable();
   openPendingOnce();
   // Other models reading this directory keep what they see.
   for (Changes* holder : m_source.holders()) {
@@ -437,24 +469,48 @@ void Planner::run() {
   if (!flushStaged())
     throwSystemError("Could not write in " + m_source.root(), lastError());
   const std::string record = serialize(m_ops);
-  const int fd = ::openat(m_pending, kRecordNew, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  const bool written = fd >= 0 && writeAll(fd, record.data(), record.size()) && ::fsync(fd) == 0;
-  const std::error_code reason = lastError();
-  if (fd >= 0)
-    ::close(fd);
-  if (!written || ::renameat(m_pending, kRecordNew, m_pending, kRecord) != 0 ||
-      ::fsync(m_pending) != 0)
+  const int fd = io::openAt(m_pending, kRecordNew, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  bool written = fd >= 0 && writeAll(fd, record.data(), record.size()) && io::sync(fd) == 0;
+  std::error_code reason = lastError();
+  if (fd >= 0 && io::close(fd) != 0 && written) {
+    written = false;
+    reason = lastError();
+  }
+  if (!written || io::renameAt(m_pending, kRecordNew, m_pending, kRecord) != 0 ||
+      io::sync(m_pending) != 0)
     throwSystemError("Could not record the save in " + m_source.root(),
                      written ? lastError() : reason);
   // From here on the save is made, now or by the next load.
   const int root = m_files.rootFd();
   const bool ok = apply(m_files, m_pending, m_ops);
   ::fsync(root);
+  if (!ok) {
+    // The record stays, so that the next open finishes the save rather than leave a mix.
+    ::close(m_pending);
+    m_pending = -1;
+    throw Exception("Could not finish saving " + m_source.root() +
+                    "; the next open of it finishes the save");
+  }
   closePending(root, m_pending);
   m_pending = -1;
   m_source.settle(m_touched);
-  if (!ok)
-    throw Exception("Could not finish saving " + m_source.root());
+}
+
+// Checked before anything is recorded, so that a save never stops half-made for want of a
+// permission: each directory a step changes, each file it replaces and each tree it removes
+// must be writable by the user, as Qt's save-file class asks of the file it replaces.
+void Planner::refuseUnwritable() {
+  for (const Op& op : m_ops) {
+    const std::string& target = op.type == 'M' || op.type == 'P' ? op.second : op.first;
+    const auto [parent, name] = splitLast(target);
+    std::string locked = lockedTree(m_files, parent, false);
+    if (locked.empty() && m_files.kind(target) == Kind::File && !writableAt(m_files.dir(parent), name))
+      locked = target;
+    if (locked.empty() && (op.type == 'R' || op.type == 'A') && m_files.kind(target) == Kind::Dir)
+      locked = lockedTree(m_files, target, true);
+    if (!locked.empty())
+      throw Exception(m_source.root() + "/" + locked + ": not writable, so nothing was saved");
+  }
 }
 
 }  // namespace

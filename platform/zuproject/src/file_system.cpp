@@ -17,5 +17,11 @@ void remove(const std::string& utf8DiskPath) {
     detail::throwSystemError("Could not remove " + utf8DiskPath, error);
 }
 
+void writeFile(const std::string& utf8DiskPath, const std::string& bytes) {
+  if (utf8DiskPath.empty())
+    throw PathNotFound(utf8DiskPath);
+  detail::writeFileAtomically(detail::fs::path(utf8DiskPath), bytes);
+}
+
 }  // namespace project
 }  // namespace zu

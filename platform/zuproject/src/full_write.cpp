@@ -2,6 +2,7 @@
 
 #include "archive_io.h"
 #include "changes.h"
+#include "file_io.h"
 #include "paths.h"
 #include "zip_commit.h"
 
@@ -9,6 +10,7 @@
 #include <zu/project/progress_scope.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
 #include <vector>
@@ -28,10 +30,10 @@ void writeDirectory(const Changes& view, const fs::path& target) {
   // One flat list rather than a walk: the count of entries is known for the progress.
   const std::vector<Listed> entries = listTree(view, std::string(), true);
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    writeEntry(view, entries[i].name, entries[i].dir, files, entries[i].name);
+    writeEntry(view, entries[i].name, entries[i].dir, files, entries[i].name, /*fresh=*/true);
     ProgressScope::report(i + 1, entries.size());
   }
-  if (::syncfs(fd) != 0)
+  if (io::syncFs(fd) != 0)
     throwSystemError("Could not write " + target.string(),
                      std::error_code(errno, std::generic_category()));
 }
@@ -42,6 +44,11 @@ void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat forma
   std::error_code error;
   const bool targetExists = existsNoFollow(target);
   const bool directory = format == ArchiveFormat_Directory;
+  // Refused before anything is made beside it: what its user may not change stays.
+  if (targetExists) {
+    if (const std::string locked = unwritableIn(target); !locked.empty())
+      throw Exception("Could not replace " + target.string() + ": " + locked + " is not writable");
+  }
   const fs::path fresh = createSibling(target, directory);
   try {
     if (directory)
@@ -50,26 +57,32 @@ void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat forma
       writeZip(view, fresh);
     else
       writeArchive(view, fresh, format);
+    // What is replaced keeps its mode.
+    struct stat old;
+    if (targetExists && ::stat(target.c_str(), &old) == 0 &&
+        ::chmod(fresh.c_str(), old.st_mode & 07777) != 0)
+      throwSystemError("Could not replace " + target.string(),
+                       std::error_code(errno, std::generic_category()));
 
     std::error_code ignored;
     const bool replaceInOneStep =
         !targetExists || (!directory && !fs::is_directory(fs::symlink_status(target, ignored)));
     if (replaceInOneStep) {
-      fs::rename(fresh, target, error);
-      if (error)
-        throwSystemError("Could not replace " + target.string(), error);
+      if (io::rename(fresh.c_str(), target.c_str()) != 0)
+        throwSystemError("Could not replace " + target.string(),
+                         std::error_code(errno, std::generic_category()));
     } else {
       // A directory cannot be replaced atomically: keep the old one aside until the new one
       // is in place, and put it back if that fails.
       const fs::path old = createSibling(target, true);
       fs::remove(old, ignored);
-      fs::rename(target, old, error);
-      if (error)
-        throwSystemError("Could not replace " + target.string(), error);
-      fs::rename(fresh, target, error);
-      if (error) {
+      if (io::rename(target.c_str(), old.c_str()) != 0)
+        throwSystemError("Could not replace " + target.string(),
+                         std::error_code(errno, std::generic_category()));
+      if (io::rename(fresh.c_str(), target.c_str()) != 0) {
+        const std::error_code reason(errno, std::generic_category());
         fs::rename(old, target, ignored);
-        throwSystemError("Could not replace " + target.string(), error);
+        throwSystemError("Could not replace " + target.string(), reason);
       }
       fs::remove_all(old, ignored);
     }
@@ -78,6 +91,30 @@ void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat forma
     fs::remove_all(fresh, ignored);
     throw;
   }
+}
+
+std::string unwritableIn(const fs::path& target) {
+  const int parent = ::open(target.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const bool parentOk = parent >= 0 && writableAt(parent, ".");
+  if (parent >= 0)
+    ::close(parent);
+  if (!parentOk)
+    return target.parent_path().string();
+  std::error_code error;
+  const fs::file_status status = fs::symlink_status(target, error);
+  if (!fs::is_directory(status)) {
+    return fs::is_regular_file(status) && ::access(target.c_str(), W_OK) != 0 ? target.string()
+                                                                               : std::string();
+  }
+  // A directory is replaced whole, and the old tree must be removable.
+  if (::access(target.c_str(), W_OK) != 0)
+    return target.string();
+  for (fs::recursive_directory_iterator it(target, fs::directory_options::none, error), end;
+       !error && it != end; it.increment(error)) {
+    if (it->is_directory(error) && !it->is_symlink(error) && ::access(it->path().c_str(), W_OK) != 0)
+      return it->path().string();
+  }
+  return std::string();
 }
 
 }  // namespace detail

@@ -6,6 +6,7 @@
 #include <zu/project/archive_format.h>
 
 #include <filesystem>
+#include <string>
 
 namespace zu {
 namespace project {
@@ -15,7 +16,13 @@ class Changes;
 
 /// Writes the whole view to target in format: completed beside it, then renamed into
 /// place, so a failure at any point leaves the previous file or directory as it was.
+/// A target its user cannot write (the file, its directory, or a directory of the tree it
+/// holds) is refused first, and what is replaced keeps its mode.
 void writeWhole(const Changes& view, const std::filesystem::path& target, ArchiveFormat format);
+
+/// The first entry that keeps target from being replaced: its directory, the file or any
+/// directory of its tree that its user cannot write; "" when there is none.
+std::string unwritableIn(const std::filesystem::path& target);
 
 }  // namespace detail
 }  // namespace project

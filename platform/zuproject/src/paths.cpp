@@ -1,10 +1,14 @@
 #include "paths.h"
 
+#include "beneath.h"
+#include "file_io.h"
+
 #include <zu/project/exceptions.h>
 
 #include <QByteArray>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <atomic>
 #include <cerrno>
@@ -157,24 +161,55 @@ fs::path createSibling(const fs::path& target, bool directory) {
 }
 
 void writeFileAtomically(const fs::path& path, const std::string& data) {
-  const fs::path temporary = createSibling(path, false);
-  std::error_code error;
-  FILE* file = std::fopen(temporary.c_str(), "wb");
-  bool ok = file != nullptr;
-  if (ok && !data.empty())
-    ok = std::fwrite(data.data(), 1, data.size(), file) == data.size();
-  if (file)
-    ok = (std::fclose(file) == 0) && ok;
-  if (!ok) {
-    const std::error_code reason(errno ? errno : EIO, std::generic_category());
-    fs::remove(temporary, error);
-    throwSystemError("Could not write " + path.string(), reason);
+  const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  const int dirFd = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dirFd < 0)
+    throwSystemError("Could not write " + path.string(),
+                     std::error_code(errno, std::generic_category()));
+  try {
+    replaceFileAt(dirFd, path.filename().native(), data, path.string(), true);
+  } catch (...) {
+    ::close(dirFd);
+    throw;
   }
-  fs::rename(temporary, path, error);
-  if (error) {
-    std::error_code ignored;
-    fs::remove(temporary, ignored);
-    throwSystemError("Could not write " + path.string(), error);
+  ::close(dirFd);
+}
+
+bool writableAt(int dirFd, const std::string& name) {
+  return ::faccessat(dirFd, name.c_str(), W_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0 ||
+         (errno != EACCES && errno != EPERM && errno != EROFS);
+}
+
+void replaceFileAt(int dirFd, const std::string& name, const std::string& data,
+                   const std::string& what, bool flush) {
+  struct stat old;
+  const bool replacing = ::fstatat(dirFd, name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
+  if (!writableAt(dirFd, ".") || (replacing && S_ISREG(old.st_mode) && !writableAt(dirFd, name)))
+    throw Exception("Could not write " + what + ": not writable");
+  static std::atomic<unsigned> counter{0};
+  const std::string temporary =
+      "." + name + ".tmp-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
+  const int fd = io::openAt(dirFd, temporary.c_str(),
+                            O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+  if (fd < 0)
+    throwSystemError("Could not write " + what, std::error_code(errno, std::generic_category()));
+  bool ok = writeAll(fd, data.data(), data.size());
+  if (ok && replacing && S_ISREG(old.st_mode))
+    ok = ::fchmod(fd, old.st_mode & 07777) == 0;
+  if (ok && flush)
+    ok = io::sync(fd) == 0;
+  int error = errno;
+  if (io::close(fd) != 0 && ok) {
+    ok = false;
+    error = errno;
+  }
+  if (ok && io::renameAt(dirFd, temporary.c_str(), dirFd, name.c_str()) != 0) {
+    ok = false;
+    error = errno;
+  }
+  if (!ok) {
+    ::unlinkat(dirFd, temporary.c_str(), 0);
+    throwSystemError("Could not write " + what, std::error_code(error, std::generic_category()));
   }
 }
 

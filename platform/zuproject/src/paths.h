@@ -50,6 +50,18 @@ fs::path createSibling(const fs::path& target, bool directory);
 /// Replaces data atomically: writes to a sibling, then renames it over the file.
 void writeFileAtomically(const fs::path& path, const std::string& data);
 
+/// Writes the file name in the open directory dirFd whole or not at all: the bytes go to a
+/// hidden sibling, checked at every write, flush and close, which is renamed over name
+/// only once complete and takes the mode of the file it replaces. A file or a directory its
+/// user cannot write is refused ("not writable"). Throws Exception naming what; nothing is
+/// left beside name then.
+void replaceFileAt(int dirFd, const std::string& name, const std::string& data,
+                   const std::string& what, bool flush);
+
+/// Whether the user may write the entry name in dirFd ("." for the directory itself);
+/// false with errno EACCES when not.
+bool writableAt(int dirFd, const std::string& name);
+
 /// Throws Exception with "<what>: <system reason>".
 [[noreturn]] void throwSystemError(const std::string& what, const std::error_code& error);
 

@@ -114,6 +114,20 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
 
   Changes& changes = *d->changes;
   const bool atSource = !d->sourcePath.isEmpty() && target == diskPath(d->sourcePath);
+  if (!atSource && !d->sourcePath.isEmpty()) {
+    // A copy inside the project would show as part of it; one around it would replace it.
+    std::error_code ignored;
+    const fs::path inside = fs::weakly_canonical(target, ignored);
+    const fs::path source = fs::weakly_canonical(diskPath(d->sourcePath), ignored);
+    const auto within = [](const fs::path& path, const fs::path& base) {
+      const std::string& p = path.native();
+      const std::string& b = base.native();
+      return p == b || (p.size() > b.size() && p.compare(0, b.size(), b) == 0 && p[b.size()] == '/');
+    };
+    if (within(inside, source) || within(source, inside))
+      throw Exception(target.string() + ": the project at " + source.string() +
+                      " cannot be saved into itself or around itself");
+  }
   // Held from the check of what others changed to the end of the write.
   std::optional<SourceLock> lock;
   if (atSource && format == d->sourceFormat && changes.source()) {

@@ -2,6 +2,7 @@
 
 #include "beneath.h"
 #include "changes.h"
+#include "file_io.h"
 #include "paths.h"
 #include "zip_source.h"
 
@@ -151,7 +152,7 @@ void writeZip(const Changes& view, const fs::path& target) {
   }
   // libzip leaves the file unsynced; it must be on disk before it replaces anything.
   const int fd = ::open(target.c_str(), O_RDONLY | O_CLOEXEC);
-  const bool synced = fd >= 0 && ::fsync(fd) == 0;
+  const bool synced = fd >= 0 && io::sync(fd) == 0;
   const std::error_code reason(errno, std::generic_category());
   if (fd >= 0)
     ::close(fd);

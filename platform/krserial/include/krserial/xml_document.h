@@ -34,6 +34,10 @@ public:
   bool saveToXmlFile(FILE* file, std::string* error, std::string* errorContext) const;
   /// The document as UTF-8 text with an XML declaration.
   std::string saveToXmlString() const;
+  /// The document as saveToXmlFile() would write it, into text; false with error set (and
+  /// text untouched) when it would refuse it: no root, or elements nested too deep to be
+  /// read back.
+  bool saveToXmlString(std::string& text, std::string* error) const;
 
   /// The deepest element nesting that loading accepts.
   static int maxDepth();

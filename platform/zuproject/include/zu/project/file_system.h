@@ -12,6 +12,12 @@ namespace project {
 /// PathNotFound when absent, Exception when it cannot be removed.
 ZUPROJECT_EXPORT void remove(const std::string& utf8DiskPath);
 
+/// Writes a file on disk whole or not at all: the bytes go to a hidden sibling, checked at
+/// every write, flush and close, which replaces the file only once complete and takes its
+/// mode. Throws Exception with the path and the system's reason, nothing left beside it,
+/// when that fails or the file or its directory is not writable by its user.
+ZUPROJECT_EXPORT void writeFile(const std::string& utf8DiskPath, const std::string& bytes);
+
 }  // namespace project
 }  // namespace zu
 

@@ -43,7 +43,8 @@ public:
   void load(const QString& path, ArchiveFormat format);
   /// Writes the project to path ("" is the source path) in format (Current keeps the current
   /// form, Auto chooses by file name). The previous file or directory at path is replaced
-  /// only once the new one is complete. Throws when path exists and overwrite is false.
+  /// only once the new one is complete. Throws when path exists and overwrite is false, and
+  /// when path is inside the source or holds it (a copy of a project into itself).
   /// Back to the source it holds the source's SourceLock (waiting up to 10 s, else Busy)
   /// and throws Conflict, writing nothing, when another writer changed a file it would
   /// replace or remove (or the archive) since the model read it; files it leaves alone may

@@ -1,0 +1,97 @@
+#include "file_io.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace zu {
+namespace project {
+namespace detail {
+namespace io {
+
+namespace {
+
+enum Kind { Open, Write, Flush, Close, Rename, Kinds };
+
+struct Fault {
+  int kind = -1;
+  long call = 0;
+  int error = ENOSPC;
+};
+
+Fault readFault() {
+  Fault fault;
+  const char* text = std::getenv("ZUPROJECT_FAULT");
+  if (!text || !*text)
+    return fault;
+  static const char* const kNames[Kinds] = {"open", "write", "flush", "close", "rename"};
+  const std::string spec = text;
+  const std::size_t colon = spec.find(':');
+  for (int kind = 0; kind < Kinds; ++kind) {
+    if (spec.compare(0, colon, kNames[kind]) == 0)
+      fault.kind = kind;
+  }
+  if (colon != std::string::npos)
+    fault.call = std::strtol(spec.c_str() + colon + 1, nullptr, 10);
+  if (spec.find(":eio") != std::string::npos)
+    fault.error = EIO;
+  return fault;
+}
+
+// Whether this call of kind is the one to fail; errno is set when it is.
+bool fails(Kind kind) {
+  static const Fault fault = readFault();
+  static std::atomic<long> calls[Kinds];
+  if (fault.kind != kind || ++calls[kind] != fault.call)
+    return false;
+  errno = fault.error;
+  return true;
+}
+
+}  // namespace
+
+int openAt(int dirFd, const char* name, int flags, mode_t mode) {
+  return fails(Open) ? -1 : ::openat(dirFd, name, flags, mode);
+}
+
+ssize_t write(int fd, const void* data, size_t size) {
+  return fails(Write) ? -1 : ::write(fd, data, size);
+}
+
+int sync(int fd, bool dataOnly) {
+  if (fails(Flush))
+    return -1;
+  return dataOnly ? ::fdatasync(fd) : ::fsync(fd);
+}
+
+int syncFs(int fd) {
+  return fails(Flush) ? -1 : ::syncfs(fd);
+}
+
+int close(int fd) {
+  if (fails(Close)) {
+    const int error = errno;
+    ::close(fd);
+    errno = error;
+    return -1;
+  }
+  return ::close(fd);
+}
+
+int renameAt(int fromDirFd, const char* from, int toDirFd, const char* to) {
+  return fails(Rename) ? -1 : ::renameat(fromDirFd, from, toDirFd, to);
+}
+
+int rename(const char* from, const char* to) {
+  return fails(Rename) ? -1 : std::rename(from, to);
+}
+
+}  // namespace io
+}  // namespace detail
+}  // namespace project
+}  // namespace zu
