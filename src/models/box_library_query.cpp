@@ -1,0 +1,90 @@
+#include <krboxlibrary/box_library_query.h>
+
+#include <krboxlibrary/box_data.h>
+#include <krboxlibrary/box_library_node.h>
+
+#include <QRegularExpression>
+
+namespace KR {
+
+namespace {
+
+const QLatin1String kTagPrefix("tag:");
+
+bool isAscii(const QString& text) {
+  for (const QChar c : text) {
+    if (c.unicode() >= 0x80)
+      return false;
+  }
+  return true;
+}
+
+// word is folded. ASCII text, the common case, is searched as it is: no copy per node.
+bool contains(const QString& text, const QString& word) {
+  if (isAscii(text))
+    return text.contains(word, Qt::CaseInsensitive);
+  return BoxLibraryQuery::fold(text).contains(word);
+}
+
+bool anyTagContains(const QStringList& tags, const QString& word) {
+  for (const QString& tag : tags) {
+    if (contains(tag, word))
+      return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+BoxLibraryQuery::BoxLibraryQuery(const QString& text) : m_text(text) {
+  static const QRegularExpression blanks(QStringLiteral("\\s+"));
+  for (const QString& word : text.split(blanks, Qt::SkipEmptyParts)) {
+    if (word.startsWith(kTagPrefix, Qt::CaseInsensitive)) {
+      if (word.size() > kTagPrefix.size())
+        m_tagWords.append(fold(word.mid(kTagPrefix.size())));
+    } else {
+      m_words.append(fold(word));
+    }
+  }
+}
+
+QString BoxLibraryQuery::fold(const QString& text) {
+  if (isAscii(text))
+    return text.toCaseFolded();
+  QString decomposed = text.normalized(QString::NormalizationForm_D);
+  QString result;
+  result.reserve(decomposed.size());
+  for (const QChar c : decomposed) {
+    const QChar::Category category = c.category();
+    if (category != QChar::Mark_NonSpacing && category != QChar::Mark_SpacingCombining &&
+        category != QChar::Mark_Enclosing)
+      result.append(c);
+  }
+  return result.toCaseFolded();
+}
+
+bool BoxLibraryQuery::matches(const QString& name, const QString& tooltip,
+                              const QStringList& tags) const {
+  for (const QString& word : m_words) {
+    if (!contains(name, word) && !contains(tooltip, word))
+      return false;
+  }
+  for (const QString& word : m_tagWords) {
+    if (!anyTagContains(tags, word))
+      return false;
+  }
+  return true;
+}
+
+bool BoxLibraryQuery::matches(const BoxLibraryNode& node) const {
+  if (isEmpty())
+    return true;
+  const QString name = QString::fromUtf8(node.name().c_str());
+  const BoxData* data = node.boxData().get();
+  if (!data)
+    return m_tagWords.isEmpty() && matches(name, QString(), QStringList());
+  // The tags are read from the tooltip only when a "tag:" word asks for them.
+  return matches(name, data->tooltip(), m_tagWords.isEmpty() ? QStringList() : data->tags());
+}
+
+}  // namespace KR
