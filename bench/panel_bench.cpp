@@ -56,15 +56,30 @@ int firstScreen(const QAbstractItemModel& model, const QModelIndex& parent, int 
   return rows;
 }
 
-// Every index of the model, as a user scrolling through the whole tree makes them.
-long touchAll(const QAbstractItemModel& model, const QModelIndex& parent) {
+// Every index of the model, as a user scrolling through the whole tree makes them, and the
+// row of every node looked up (as a change announced by a node makes the model do).
+long touchAll(const KR::BoxLibraryModel& model, const QModelIndex& parent) {
   long count = 0;
   for (int row = 0; row < model.rowCount(parent); ++row) {
     const QModelIndex index = model.index(row, 0, parent);
     benchmark::DoNotOptimize(model.parent(index));
+    benchmark::DoNotOptimize(model.indexOf(model.node(index)));
     count += 1 + touchAll(model, index);
   }
   return count;
+}
+
+// The folder with the most children: a flat library's only one.
+KR::BoxLibraryNode* largestFolder(KR::BoxLibraryNode* node) {
+  KR::BoxLibraryNode* largest = node;
+  for (KR::BoxLibraryNode* child : node->childList()) {
+    if (child->isBox())
+      continue;
+    KR::BoxLibraryNode* below = largestFolder(child);
+    if (below->childCount() > largest->childCount())
+      largest = below;
+  }
+  return largest;
 }
 
 long heapBytes() {
@@ -128,14 +143,14 @@ void registerLibrary(const std::string& name, const std::shared_ptr<Scene>& scen
     });
   });
   add("model_memory", [scene](benchmark::State& state) {
-    long perNode = 0;
+    double perNode = 0;
     timed(state, [&] {
       const long before = heapBytes();
       auto model = std::make_unique<KR::BoxLibraryModel>(&scene->library);
       const long nodes = touchAll(*model, QModelIndex());
-      perNode = (heapBytes() - before) / nodes;
+      perNode = static_cast<double>(heapBytes() - before) / static_cast<double>(nodes);
     });
-    state.counters["bytes_per_node"] = static_cast<double>(perNode);
+    state.counters["bytes_per_node"] = perNode;
   });
   add("filter_keystroke", [scene](benchmark::State& state) {
     KR::BoxLibraryModel model(&scene->library);
@@ -209,23 +224,29 @@ void registerLibrary(const std::string& name, const std::shared_ptr<Scene>& scen
       target->appendChild(folder);
     });
   });
+  // One box to the front of the largest folder, and back to its end in turn.
   add("model_move_in_largest_folder", [scene](benchmark::State& state) {
     Edits edits(&scene->library);
-    // The folder with the most entries: a flat library's only one.
-    KR::BoxLibraryNode* largest = scene->library.boxRoot();
-    for (KR::BoxLibraryNode* node = largest; !node->childList().isEmpty();) {
-      KR::BoxLibraryNode* next = node->childList().first();
-      for (KR::BoxLibraryNode* child : node->childList())
-        if (child->childCount() > next->childCount())
-          next = child;
-      if (next->childCount() <= largest->childCount() || next->isBox())
-        break;
-      largest = node = next;
-    }
-    const QModelIndex folder = edits.model.indexOf(largest);
+    const QModelIndex folder = edits.model.indexOf(largestFolder(scene->library.boxRoot()));
+    const int last = edits.model.rowCount(folder) - 1;
     timed(state, [&] {
-      const int last = edits.model.rowCount(folder) - 1;
-      edits.model.moveRows(folder, last, 1, folder, 0);
+      const bool back = ++edits.flips % 2 == 0;
+      edits.model.moveRows(folder, back ? 0 : last, 1, folder, back ? last + 1 : 0);
+    });
+  });
+  add("node_move_in_largest_folder", [scene](benchmark::State& state) {
+    KR::BoxLibraryNode* folder = largestFolder(scene->library.boxRoot());
+    int flips = 0;
+    timed(state, [&] {
+      const bool back = ++flips % 2 == 0;
+      KR::BoxLibraryNode* box = folder->child(back ? 0 : folder->childCount() - 1);
+      const QString oldPath = box->path();
+      box->take();
+      scene->library.projectModel()->remove(oldPath);
+      folder->saveFolder();
+      QObject::disconnect(box, &KR::BoxLibraryNode::dataChanged, folder,
+                          &KR::BoxLibraryNode::dataChanged);
+      folder->insertChild(back ? folder->childCount() : 0, box);
     });
   });
 }

@@ -31,6 +31,8 @@ signals:
   void filterTextChanged(const QString& text);
 
 protected:
+  /// Whether the source row matches the query (its folders are kept by the recursive
+  /// filtering).
   bool filterAcceptsRow(int sourceRow, const QModelIndex& sourceParent) const override;
 
 private:

@@ -71,16 +71,24 @@ public:
   /// Rebuilds the rows from the library's tree and clears the undo stack.
   void reset();
 
+  /// The child at row of parent (column 0 only); constant time.
   QModelIndex index(int row, int column, const QModelIndex& parent = QModelIndex()) const override;
+  /// The folder holding child; constant time.
   QModelIndex parent(const QModelIndex& child) const override;
+  /// The number of children of the folder parent; none for a box.
   int rowCount(const QModelIndex& parent = QModelIndex()) const override;
+  /// One column.
   int columnCount(const QModelIndex& parent = QModelIndex()) const override;
+  /// Whether parent has children.
   bool hasChildren(const QModelIndex& parent = QModelIndex()) const override;
+  /// The value of role (see Role) for the node at index.
   QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
   /// Renames (display or edit role), sets the tooltip, bitmaps, bitmap-expanded or expanded
   /// flag; one undo step.
   bool setData(const QModelIndex& index, const QVariant& value, int role = Qt::EditRole) override;
+  /// Every entry is editable and can be dragged; folders (and the top) take drops.
   Qt::ItemFlags flags(const QModelIndex& index) const override;
+  /// Qt's role names, with "name", "tooltip" and one per Role.
   QHash<int, QByteArray> roleNames() const override;
 
   /// Removes count entries and everything below them, one undo step that brings them back
@@ -91,10 +99,16 @@ public:
   bool moveRows(const QModelIndex& sourceParent, int sourceRow, int count,
                 const QModelIndex& destinationParent, int destinationChild) override;
 
+  /// Moves and copies.
   Qt::DropActions supportedDragActions() const override;
+  /// Moves and copies.
   Qt::DropActions supportedDropActions() const override;
+  /// kNodesMimeType and "text/uri-list".
   QStringList mimeTypes() const override;
+  /// The nodes at indexes, as kNodesMimeType.
   QMimeData* mimeData(const QModelIndexList& indexes) const override;
+  /// Whether dropMimeData() would take data: nodes of a model of this program, or box files,
+  /// into a folder and not into a dragged folder itself.
   bool canDropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
                        const QModelIndex& parent) const override;
   /// Moves (MoveAction) or copies (CopyAction) the dragged nodes of this model, copies those

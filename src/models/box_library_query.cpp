@@ -5,6 +5,8 @@
 
 #include <QRegularExpression>
 
+#include <algorithm>
+
 namespace KR {
 
 namespace {
@@ -79,7 +81,20 @@ bool BoxLibraryQuery::matches(const QString& name, const QString& tooltip,
 bool BoxLibraryQuery::matches(const BoxLibraryNode& node) const {
   if (isEmpty())
     return true;
-  const QString name = QString::fromUtf8(node.name().c_str());
+  const std::string& utf8 = node.name();
+  // An ASCII name, the common case, is searched in place: no string made per node.
+  if (m_tagWords.isEmpty() &&
+      std::all_of(utf8.begin(), utf8.end(), [](char c) { return (c & 0x80) == 0; })) {
+    const QLatin1String name(utf8.data(), static_cast<int>(utf8.size()));
+    const BoxData* data = node.boxData().get();
+    for (const QString& word : m_words) {
+      if (!name.contains(word, Qt::CaseInsensitive) &&
+          !(data && contains(data->tooltip(), word)))
+        return false;
+    }
+    return true;
+  }
+  const QString name = QString::fromUtf8(utf8.c_str());
   const BoxData* data = node.boxData().get();
   if (!data)
     return m_tagWords.isEmpty() && matches(name, QString(), QStringList());
