@@ -21,10 +21,38 @@ bool isAscii(const QString& text) {
   return true;
 }
 
+// A character of ASCII text as a UTF-16 code, lower-case.
+char16_t lowerAscii(char16_t c) {
+  return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + (u'a' - u'A')) : c;
+}
+char16_t lowerAscii(char c) {
+  return lowerAscii(static_cast<char16_t>(static_cast<unsigned char>(c)));
+}
+
+// Whether the ASCII text of size characters holds word, which is folded: a plain scan that
+// lowers the text as it goes, several times faster than a case-insensitive QString search.
+template <class Char>
+bool containsFolded(const Char* text, qsizetype size, const QString& word) {
+  const qsizetype length = word.size();
+  if (length == 0)
+    return true;
+  const char16_t* w = reinterpret_cast<const char16_t*>(word.utf16());
+  for (qsizetype i = 0; i + length <= size; ++i) {
+    if (lowerAscii(text[i]) != w[0])
+      continue;
+    qsizetype j = 1;
+    while (j < length && lowerAscii(text[i + j]) == w[j])
+      ++j;
+    if (j == length)
+      return true;
+  }
+  return false;
+}
+
 // word is folded. ASCII text, the common case, is searched as it is: no copy per node.
 bool contains(const QString& text, const QString& word) {
   if (isAscii(text))
-    return text.contains(word, Qt::CaseInsensitive);
+    return containsFolded(reinterpret_cast<const char16_t*>(text.utf16()), text.size(), word);
   return BoxLibraryQuery::fold(text).contains(word);
 }
 
@@ -85,10 +113,9 @@ bool BoxLibraryQuery::matches(const BoxLibraryNode& node) const {
   // An ASCII name, the common case, is searched in place: no string made per node.
   if (m_tagWords.isEmpty() &&
       std::all_of(utf8.begin(), utf8.end(), [](char c) { return (c & 0x80) == 0; })) {
-    const QLatin1String name(utf8.data(), static_cast<int>(utf8.size()));
     const BoxData* data = node.boxData().get();
     for (const QString& word : m_words) {
-      if (!name.contains(word, Qt::CaseInsensitive) &&
+      if (!containsFolded(utf8.data(), static_cast<qsizetype>(utf8.size()), word) &&
           !(data && contains(data->tooltip(), word)))
         return false;
     }
