@@ -71,6 +71,12 @@ cmp -s "$work/help.txt" "$work/out" && grep -qx '  NODE  .*' "$work/out" && grep
   fail "help show: $(cat "$work/help.txt")"
 expect_failure 2 help frobnicate
 
+# find: every word, accents and case aside; tag: words in the tags only; --json.
+run find "$work/Robot Basics.lbf" tag:POSTURE knées
+[[ $status -eq 0 && $(cat "$work/out") == "Motions/Postures/Crouch" ]] || fail "find: $(cat "$work/out")"
+run find --json "$work/Robot Basics" sit
+[[ $(cat "$work/out") == '{"paths":["Motions/Postures/Sit Down"]}' ]] || fail "find --json: $(cat "$work/out")"
+
 # Progress shows on a terminal only (the delay set to nothing, so that this small library has
 # its line), and not with --quiet.
 export KRBOX_PROGRESS_DELAY_MS=0

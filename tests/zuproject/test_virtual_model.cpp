@@ -178,6 +178,20 @@ TEST_F(VirtualModel, ASaveInPlaceWritesOnlyWhatChanged) {
   }
 }
 
+TEST_F(VirtualModel, ARemovedDirectoryLeavesNoneOfItsChangesBehind) {
+  // "dir (2)" sorts between "dir" and "dir/...": the removal reaches past it.
+  ProjectModel model;
+  model.load(dir(), ArchiveFormat_Auto);
+  model.writeFile("dir/sub/new.txt", "N");
+  model.writeFile("dir (2)/c.txt", "C2");
+  model.remove("dir");
+  model.save(QString(), ArchiveFormat_Current, true);
+  ProjectModel reloaded;
+  reloaded.load(dir(), ArchiveFormat_Auto);
+  EXPECT_FALSE(reloaded.hasDir("dir"));
+  EXPECT_EQ(reloaded.readFile("dir (2)/c.txt"), QByteArray("C2"));
+}
+
 TEST_F(VirtualModel, ACopyIsNotChangedByTheOthersSave) {
   for (const QString& source : {dir(), zip()}) {
     SCOPED_TRACE(source.toStdString());

@@ -28,6 +28,13 @@ const std::vector<Command>& commands() {
        "PATH  a library: a directory or an archive\n"
        "NODE  a box or folder: its names from the top, joined by \"/\"; \"\" is the top\n",
        "krbox show \"examples/Robot Basics\" \"Motions/Dances/Party/Robot Dance\"", 2, 2, runShow},
+      {"find", "LIBRARY QUERY...",
+       "print the path of every box and folder matching QUERY, one a line",
+       "LIBRARY  a library: a directory or an archive, read only\n"
+       "QUERY    words that must all be in the name, tooltip or tags (any letter case or\n"
+       "         accent); tag:WORD must be in a tag\n",
+       "krbox find \"examples/Robot Basics\" tag:posture knees", 2,
+       std::numeric_limits<std::size_t>::max(), runFind},
       {"new", "PATH [--format dir|zip]",
        "create an empty library at PATH, a directory (the default) or a zip archive",
        "PATH             where the library goes; nothing may be there yet\n"

@@ -83,6 +83,7 @@ std::string displayPath(const KR::BoxLibraryNode& node);
 
 int runTree(const Arguments& arguments, Output& out);
 int runShow(const Arguments& arguments, Output& out);
+int runFind(const Arguments& arguments, Output& out);
 int runMkdir(const Arguments& arguments, Output& out);
 int runAdd(const Arguments& arguments, Output& out);
 int runRename(const Arguments& arguments, Output& out);

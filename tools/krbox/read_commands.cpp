@@ -2,6 +2,7 @@
 
 #include <krboxlibrary/box_data.h>
 #include <krboxlibrary/box_library_node.h>
+#include <krboxlibrary/box_library_query.h>
 #include <zu/project/project_model.h>
 
 #include <QJsonArray>
@@ -120,7 +121,37 @@ void addResources(const KR::BoxLibraryNode& node, Fields& fields) {
   fields.add("Resources", "resources", lines, files);
 }
 
+// Every node below parent that query matches, depth first, with a stack of its own.
+void findBelow(const KR::BoxLibraryNode& parent, const KR::BoxLibraryQuery& query,
+               QStringList& paths) {
+  std::vector<const KR::BoxLibraryNode*> pending(parent.childList().crbegin(),
+                                                 parent.childList().crend());
+  while (!pending.empty()) {
+    const KR::BoxLibraryNode* node = pending.back();
+    pending.pop_back();
+    if (query.matches(*node))
+      paths.append(QString::fromStdString(displayPath(*node)));
+    pending.insert(pending.end(), node->childList().crbegin(), node->childList().crend());
+  }
+}
+
 }  // namespace
+
+int runFind(const Arguments& arguments, Output& out) {
+  const std::unique_ptr<KR::BoxLibrary> library = openLibrary(arguments[0], /*readOnly=*/true);
+  QStringList words;
+  for (std::size_t i = 1; i < arguments.size(); ++i)
+    words.append(QString::fromUtf8(arguments[i].c_str()));
+  QStringList paths;
+  findBelow(*library->boxRoot(), KR::BoxLibraryQuery(words.join(' ')), paths);
+  if (out.json()) {
+    out.print(QJsonObject{{"paths", QJsonArray::fromStringList(paths)}});
+    return 0;
+  }
+  for (const QString& path : paths)
+    out.text() << path.toUtf8().constData() << '\n';
+  return 0;
+}
 
 int runTree(const Arguments& arguments, Output& out) {
   const std::unique_ptr<KR::BoxLibrary> library = openLibrary(arguments[0], /*readOnly=*/true);

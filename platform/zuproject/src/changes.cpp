@@ -252,8 +252,14 @@ void Changes::put(const std::string& path, Node node) {
 }
 
 void Changes::eraseBelow(const std::string& path) {
+  // Keys below path start with it, but not every key that does is below it: "a (2)" sorts
+  // between "a" and "a/b", so the scan goes on past keys that are not within path.
   auto it = m_nodes.lower_bound(path);
-  while (it != m_nodes.end() && isWithin(it->first, path)) {
+  while (it != m_nodes.end() && it->first.compare(0, path.size(), path) == 0) {
+    if (!isWithin(it->first, path)) {
+      ++it;
+      continue;
+    }
     if (!it->second.local.empty())
       scratch().files().removeTree(it->second.local);
     it = m_nodes.erase(it);

@@ -1,0 +1,318 @@
+// krbox-panel-bench: times the library panel's models on generated libraries: building the
+// model and its first screen, one search keystroke, edits through the model beside the same
+// edits on the nodes, and the memory the model adds per node.
+
+#include "library_generator.h"
+
+#include <krboxlibrary/box_data.h>
+#include <krboxlibrary/box_library.h>
+#include <krboxlibrary/box_library_filter_model.h>
+#include <krboxlibrary/box_library_model.h>
+#include <krboxlibrary/box_library_node.h>
+#include <krserial/xml_document.h>
+
+#include <benchmark/benchmark.h>
+
+#include <QCoreApplication>
+#include <QTemporaryDir>
+
+#include <malloc.h>
+
+#include <chrono>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace krbench;
+
+const char kUsage[] =
+    "usage: krbox-panel-bench [--library BOXES[:FANOUT:DEPTH | :flat]]... [--dir DIR]\n"
+    "                         [--iterations N] [--benchmark_...]\n"
+    "Without --library: 1000:10:2 (the reference), 50000:10:3 and 20000:flat, in /var/tmp.\n";
+
+// What a view asks of a row it paints.
+void paint(const QAbstractItemModel& model, const QModelIndex& index) {
+  benchmark::DoNotOptimize(model.data(index, Qt::DisplayRole));
+  benchmark::DoNotOptimize(model.data(index, Qt::ToolTipRole));
+  benchmark::DoNotOptimize(model.data(index, KR::BoxLibraryModel::KindRole));
+  benchmark::DoNotOptimize(model.data(index, KR::BoxLibraryModel::BehaviorRole));
+  benchmark::DoNotOptimize(model.parent(index));
+  benchmark::DoNotOptimize(model.hasChildren(index));
+}
+
+// The first rows a tree view shows, top down, with every stored-expanded folder open.
+int firstScreen(const QAbstractItemModel& model, const QModelIndex& parent, int rows) {
+  for (int row = 0; row < model.rowCount(parent) && rows < 50; ++row) {
+    const QModelIndex index = model.index(row, 0, parent);
+    paint(model, index);
+    ++rows;
+    if (index.data(KR::BoxLibraryModel::ExpandedRole).toBool())
+      rows = firstScreen(model, index, rows);
+  }
+  return rows;
+}
+
+// Every index of the model, as a user scrolling through the whole tree makes them, and the
+// row of every node looked up (as a change announced by a node makes the model do).
+long touchAll(const KR::BoxLibraryModel& model, const QModelIndex& parent) {
+  long count = 0;
+  for (int row = 0; row < model.rowCount(parent); ++row) {
+    const QModelIndex index = model.index(row, 0, parent);
+    benchmark::DoNotOptimize(model.parent(index));
+    benchmark::DoNotOptimize(model.indexOf(model.node(index)));
+    count += 1 + touchAll(model, index);
+  }
+  return count;
+}
+
+// The folder with the most children: a flat library's only one.
+KR::BoxLibraryNode* largestFolder(KR::BoxLibraryNode* node) {
+  KR::BoxLibraryNode* largest = node;
+  for (KR::BoxLibraryNode* child : node->childList()) {
+    if (child->isBox())
+      continue;
+    KR::BoxLibraryNode* below = largestFolder(child);
+    if (below->childCount() > largest->childCount())
+      largest = below;
+  }
+  return largest;
+}
+
+long heapBytes() {
+  return static_cast<long>(mallinfo2().uordblks);
+}
+
+KR::BoxLibraryNode* deepestBox(KR::BoxLibraryNode* node) {
+  KR::BoxLibraryNode* found = node->isBox() ? node : nullptr;
+  for (KR::BoxLibraryNode* child : node->childList()) {
+    if (KR::BoxLibraryNode* below = deepestBox(child))
+      found = below;
+  }
+  return found;
+}
+
+// One generated library opened, with a folder of 100 boxes on a shelf to rename and move.
+struct Scene {
+  explicit Scene(const std::string& directory)
+      : library(QString::fromStdString(directory), false) {
+    KR::BoxLibraryNode* root = library.boxRoot();
+    box = deepestBox(root);
+    shelves[0] = root->appendChild("Bench Shelf A", true);
+    shelves[1] = root->appendChild("Bench Shelf B", true);
+    folder = shelves[0]->appendChild("Bench: Folder", true);
+    for (int i = 0; i < 100; ++i) {
+      const auto document = KR::XmlDocument::loadFromXmlString(
+          generateBoxFile(LibraryShape().seed, i, false), nullptr, nullptr);
+      KR::RootBoxDescription description;
+      description.name = "Moved box " + std::to_string(i);
+      description.box = document->root()->firstChild("Box");
+      folder->appendChild(description);
+    }
+  }
+  KR::BoxLibrary library;
+  KR::BoxLibraryNode* box = nullptr;
+  KR::BoxLibraryNode* folder = nullptr;
+  KR::BoxLibraryNode* shelves[2] = {};
+};
+
+void timed(benchmark::State& state, const std::function<void()>& work) {
+  for (auto _ : state) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    state.SetIterationTime(
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+  }
+}
+
+void registerLibrary(const std::string& name, const std::shared_ptr<Scene>& scene,
+                     int iterations) {
+  const auto add = [&](const std::string& op, std::function<void(benchmark::State&)> body) {
+    benchmark::RegisterBenchmark((name + "/" + op).c_str(), std::move(body))
+        ->Iterations(iterations)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+  };
+  add("model_first_screen", [scene](benchmark::State& state) {
+    timed(state, [&] {
+      KR::BoxLibraryModel model(&scene->library);
+      benchmark::DoNotOptimize(firstScreen(model, QModelIndex(), 0));
+    });
+  });
+  add("model_memory", [scene](benchmark::State& state) {
+    double perNode = 0;
+    timed(state, [&] {
+      const long before = heapBytes();
+      auto model = std::make_unique<KR::BoxLibraryModel>(&scene->library);
+      const long nodes = touchAll(*model, QModelIndex());
+      perNode = static_cast<double>(heapBytes() - before) / static_cast<double>(nodes);
+    });
+    state.counters["bytes_per_node"] = perNode;
+  });
+  add("filter_keystroke", [scene](benchmark::State& state) {
+    KR::BoxLibraryModel model(&scene->library);
+    KR::BoxLibraryFilterModel filter;
+    filter.setSourceModel(&model);
+    firstScreen(filter, QModelIndex(), 0);
+    // Typing on: each keystroke narrows or widens the last query.
+    const char* const queries[] = {"mo", "mov", "move", "moved", "moved b", "moved bo"};
+    int typed = 0;
+    timed(state, [&] {
+      filter.setFilterText(QString::fromLatin1(queries[typed++ % 6]));
+      benchmark::DoNotOptimize(firstScreen(filter, QModelIndex(), 0));
+    });
+  });
+  // The same three edits through the model and on the nodes.
+  struct Edits {
+    KR::BoxLibraryModel model;
+    int flips = 0;
+    explicit Edits(KR::BoxLibrary* library) : model(library) {}
+  };
+  add("model_tooltip_edit", [scene](benchmark::State& state) {
+    Edits edits(&scene->library);
+    const QModelIndex box = edits.model.indexOf(scene->box);
+    timed(state, [&] {
+      edits.model.setData(box, ++edits.flips % 2 ? "Edited.\ntags:\n bench" : "Original.",
+                          Qt::ToolTipRole);
+    });
+  });
+  add("node_tooltip_edit", [scene](benchmark::State& state) {
+    int flips = 0;
+    timed(state, [&] {
+      scene->box->boxData()->setTooltip(++flips % 2 ? "Edited.\ntags:\n bench" : "Original.");
+    });
+  });
+  add("model_folder_rename", [scene](benchmark::State& state) {
+    Edits edits(&scene->library);
+    const QModelIndex folder = edits.model.indexOf(scene->folder);
+    timed(state, [&] {
+      edits.model.setData(folder, ++edits.flips % 2 ? "Bench: Renamed Folder" : "Bench: Folder");
+    });
+  });
+  add("node_folder_rename", [scene](benchmark::State& state) {
+    int flip = 0;
+    timed(state, [&] {
+      scene->folder->setName(++flip % 2 ? "Bench: Renamed Folder" : "Bench: Folder");
+      scene->folder->parent()->saveFolder();
+    });
+  });
+  add("model_folder_move", [scene](benchmark::State& state) {
+    Edits edits(&scene->library);
+    timed(state, [&] {
+      const QModelIndex folder = edits.model.indexOf(scene->folder);
+      const QModelIndex from = folder.parent();
+      const QModelIndex to = edits.model.indexOf(
+          scene->folder->parent() == scene->shelves[0] ? scene->shelves[1] : scene->shelves[0]);
+      edits.model.moveRows(from, folder.row(), 1, to, edits.model.rowCount(to));
+    });
+  });
+  add("node_folder_move", [scene](benchmark::State& state) {
+    timed(state, [&] {
+      KR::BoxLibraryNode* folder = scene->folder;
+      KR::BoxLibraryNode* oldParent = folder->parent();
+      KR::BoxLibraryNode* target =
+          oldParent == scene->shelves[0] ? scene->shelves[1] : scene->shelves[0];
+      const QString oldPath = folder->path();
+      folder->take();
+      scene->library.projectModel()->remove(oldPath);
+      oldParent->saveFolder();
+      QObject::disconnect(folder, &KR::BoxLibraryNode::dataChanged, oldParent,
+                          &KR::BoxLibraryNode::dataChanged);
+      target->appendChild(folder);
+    });
+  });
+  // One box to the front of the largest folder, and back to its end in turn.
+  add("model_move_in_largest_folder", [scene](benchmark::State& state) {
+    Edits edits(&scene->library);
+    const QModelIndex folder = edits.model.indexOf(largestFolder(scene->library.boxRoot()));
+    const int last = edits.model.rowCount(folder) - 1;
+    timed(state, [&] {
+      const bool back = ++edits.flips % 2 == 0;
+      edits.model.moveRows(folder, back ? 0 : last, 1, folder, back ? last + 1 : 0);
+    });
+  });
+  add("node_move_in_largest_folder", [scene](benchmark::State& state) {
+    KR::BoxLibraryNode* folder = largestFolder(scene->library.boxRoot());
+    int flips = 0;
+    timed(state, [&] {
+      const bool back = ++flips % 2 == 0;
+      KR::BoxLibraryNode* box = folder->child(back ? 0 : folder->childCount() - 1);
+      const QString oldPath = box->path();
+      box->take();
+      scene->library.projectModel()->remove(oldPath);
+      folder->saveFolder();
+      QObject::disconnect(box, &KR::BoxLibraryNode::dataChanged, folder,
+                          &KR::BoxLibraryNode::dataChanged);
+      folder->insertChild(back ? folder->childCount() : 0, box);
+    });
+  });
+}
+
+int run(int argc, char** argv) {
+  std::vector<std::pair<std::string, LibraryShape>> shapes;
+  std::string dir = "/var/tmp";
+  int iterations = 10;
+  for (int i = 1; i + 1 < argc; i += 2) {
+    const std::string flag = argv[i];
+    const std::string value = argv[i + 1];
+    if (flag == "--dir") {
+      dir = value;
+    } else if (flag == "--iterations") {
+      iterations = std::stoi(value);
+    } else if (flag == "--library") {
+      LibraryShape shape;
+      const auto colon = value.find(':');
+      shape.boxes = std::stoi(value.substr(0, colon));
+      const std::string rest = colon == std::string::npos ? "" : value.substr(colon + 1);
+      if (rest == "flat") {
+        shape.fanOut = shape.depth = 1;
+      } else if (!rest.empty()) {
+        shape.fanOut = std::stoi(rest.substr(0, rest.find(':')));
+        shape.depth = std::stoi(rest.substr(rest.find(':') + 1));
+      }
+      shapes.emplace_back((shape.isFlat() ? "flat-" : "nested-") + std::to_string(shape.boxes),
+                          shape);
+    } else {
+      std::cerr << kUsage;
+      return 2;
+    }
+  }
+  if (shapes.empty()) {
+    LibraryShape reference;
+    reference.boxes = 1000;
+    LibraryShape nested;
+    nested.boxes = 50000;
+    nested.depth = 3;
+    LibraryShape flat;
+    flat.boxes = 20000;
+    flat.fanOut = flat.depth = 1;
+    shapes = {{"reference-1000", reference}, {"nested-50000", nested}, {"flat-20000", flat}};
+  }
+  QTemporaryDir work(QString::fromStdString(dir) + "/krbox-panel-bench-XXXXXX");
+  if (!work.isValid()) {
+    std::cerr << "krbox-panel-bench: cannot work in " << dir << "\n";
+    return 1;
+  }
+  qputenv("TMPDIR", work.path().toLocal8Bit());
+  std::vector<std::shared_ptr<Scene>> scenes;
+  for (const auto& [name, shape] : shapes) {
+    const std::string directory = work.path().toStdString() + "/" + name;
+    std::cerr << "generating " << name << "..." << std::endl;
+    generateLibrary(directory, shape);
+    scenes.push_back(std::make_shared<Scene>(directory));
+    registerLibrary(name, scenes.back(), iterations);
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QCoreApplication application(argc, argv);
+  benchmark::Initialize(&argc, argv);
+  return run(argc, argv);
+}
