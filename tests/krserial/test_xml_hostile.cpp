@@ -26,6 +26,10 @@ TEST(XmlHostile, MalformedDocumentsAreRejectedWithWhereAndWhy) {
     EXPECT_NE(std::string::npos, context.find(c.where)) << c.xml << " -> " << context;
     EXPECT_FALSE(XmlDocument::loadFromXmlString(c.xml, nullptr, nullptr)) << c.xml;
   }
+  // Not malformed: UTF-16 with its byte order mark is read as such.
+  XmlElement::Ptr utf16 = parse(std::string("\xff\xfe<\0a\0/\0>\0", 10));
+  ASSERT_TRUE(utf16);
+  EXPECT_EQ("a", utf16->name());
 }
 
 TEST(XmlHostile, NestingIsAcceptedUpToTheLimitAndRefusedBeyond) {
@@ -67,29 +71,6 @@ TEST(XmlHostile, DeclaredEntitiesAreNeverExpanded) {
   } else {
     EXPECT_FALSE(error.empty());
   }
-}
-
-TEST(XmlHostile, OddBytesNeverCrashTheReader) {
-  const std::string inputs[] = {
-      "<a t=\"\xff\xfe\">\xc3</a>",                           // invalid UTF-8
-      "<!DOCTYPE a [" + repeated("<!E ", 100000) + "]><a/>",  // runaway DTD
-      "<a>" + std::string(50000, '&') + "</a>",               // stray ampersands
-      "\xef\xbb\xbf<a>bom</a>",                               // UTF-8 signature
-      std::string("\xff\xfe<\0a\0/\0>\0", 10),                // UTF-16
-  };
-  for (const std::string& xml : inputs) {
-    std::string error;
-    XmlDocument::Ptr document = XmlDocument::loadFromXmlString(xml, &error, nullptr);
-    if (document) {
-      EXPECT_TRUE(document->root());
-      EXPECT_FALSE(document->saveToXmlString().empty());
-    } else {
-      EXPECT_FALSE(error.empty());
-    }
-  }
-  XmlElement::Ptr utf16 = parse(inputs[4]);
-  ASSERT_TRUE(utf16);
-  EXPECT_EQ("a", utf16->name());
 }
 
 }  // namespace
