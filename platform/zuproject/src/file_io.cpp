@@ -30,15 +30,15 @@ Fault readFault() {
   if (!text || !*text)
     return fault;
   static const char* const kNames[Kinds] = {"open", "write", "flush", "close", "rename"};
-  const std::string spec = text;
-  const std::size_t colon = spec.find(':');
+  const std::string setting = text;
+  const std::size_t colon = setting.find(':');
   for (int kind = 0; kind < Kinds; ++kind) {
-    if (spec.compare(0, colon, kNames[kind]) == 0)
+    if (setting.compare(0, colon, kNames[kind]) == 0)
       fault.kind = kind;
   }
   if (colon != std::string::npos)
-    fault.call = std::strtol(spec.c_str() + colon + 1, nullptr, 10);
-  if (spec.find(":eio") != std::string::npos)
+    fault.call = std::strtol(setting.c_str() + colon + 1, nullptr, 10);
+  if (setting.find(":eio") != std::string::npos)
     fault.error = EIO;
   return fault;
 }
