@@ -127,16 +127,6 @@ void registerOpening(const LibraryUnderTest& library, const RunCounts& counts, b
       });
 }
 
-// The deepest box met last in a depth-first walk: the one with the longest path.
-KR::BoxLibraryNode* deepestBox(KR::BoxLibraryNode* node) {
-  KR::BoxLibraryNode* found = node->isBox() ? node : nullptr;
-  for (KR::BoxLibraryNode* child : node->childList()) {
-    if (KR::BoxLibraryNode* below = deepestBox(child))
-      found = below;
-  }
-  return found;
-}
-
 // The box whose tooltip edits flip: the deepest one.
 KR::BoxLibraryNode* boxToEdit(const KR::BoxLibrary& library, const std::string& name) {
   KR::BoxLibraryNode* box = deepestBox(library.boxRoot());

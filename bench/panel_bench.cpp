@@ -3,6 +3,7 @@
 // edits on the nodes, and the memory the model adds per node.
 
 #include "library_generator.h"
+#include "tree_walk.h"
 
 #include <krboxlibrary/box_data.h>
 #include <krboxlibrary/box_library.h>
@@ -86,19 +87,9 @@ long heapBytes() {
   return static_cast<long>(mallinfo2().uordblks);
 }
 
-KR::BoxLibraryNode* deepestBox(KR::BoxLibraryNode* node) {
-  KR::BoxLibraryNode* found = node->isBox() ? node : nullptr;
-  for (KR::BoxLibraryNode* child : node->childList()) {
-    if (KR::BoxLibraryNode* below = deepestBox(child))
-      found = below;
-  }
-  return found;
-}
-
 // One generated library opened, with a folder of 100 boxes on a shelf to rename and move.
 struct Scene {
-  explicit Scene(const std::string& directory)
-      : library(QString::fromStdString(directory), false) {
+  explicit Scene(const std::string& directory) : library(QString::fromStdString(directory), false) {
     KR::BoxLibraryNode* root = library.boxRoot();
     box = deepestBox(root);
     shelves[0] = root->appendChild("Bench Shelf A", true);
@@ -128,8 +119,7 @@ void timed(benchmark::State& state, const std::function<void()>& work) {
   }
 }
 
-void registerLibrary(const std::string& name, const std::shared_ptr<Scene>& scene,
-                     int iterations) {
+void registerLibrary(const std::string& name, const std::shared_ptr<Scene>& scene, int iterations) {
   const auto add = [&](const std::string& op, std::function<void(benchmark::State&)> body) {
     benchmark::RegisterBenchmark((name + "/" + op).c_str(), std::move(body))
         ->Iterations(iterations)

@@ -36,4 +36,13 @@ std::string joinedPath(const std::string& folderPath, const std::string& name) {
   return folderPath.empty() ? name : folderPath + "/" + name;
 }
 
+KR::BoxLibraryNode* deepestBox(KR::BoxLibraryNode* node) {
+  KR::BoxLibraryNode* found = node->isBox() ? node : nullptr;
+  for (KR::BoxLibraryNode* child : node->childList()) {
+    if (KR::BoxLibraryNode* below = deepestBox(child))
+      found = below;
+  }
+  return found;
+}
+
 }  // namespace krbench

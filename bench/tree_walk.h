@@ -20,6 +20,8 @@ TreeCount readWholeTree(const KR::BoxLibraryNode& node);
 
 // The names from the top of the library down to node, as krbox takes a node: "A/B/box".
 std::string displayPath(const KR::BoxLibraryNode& node);
+// The deepest box met last in a depth-first walk below node: the one with the longest path.
+KR::BoxLibraryNode* deepestBox(KR::BoxLibraryNode* node);
 // name in the folder at folderPath, a path as displayPath() gives; "" is the top.
 std::string joinedPath(const std::string& folderPath, const std::string& name);
 

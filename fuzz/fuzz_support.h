@@ -63,24 +63,27 @@ inline QString freshDir(const QString& name) {
   return path;
 }
 
-// The tree as one line per node, and every value a host would read on the way.
-inline void walk(const KR::BoxLibraryNode* node, std::string& out) {
+// The tree as one line per node, its path first, and every value a host would read on the
+// way.
+inline void walk(const KR::BoxLibraryNode* node, const std::string& prefix, std::string& out) {
   for (const KR::BoxLibraryNode* child : node->childList()) {
     FUZZ_CHECK(child->parent() == node);
-    out += child->name() + (child->isBox() ? " box\n" : " folder\n");
+    const std::string path = prefix + child->name();
+    out += path + (child->isBox() ? " box" : " folder");
     if (const auto& data = child->boxData()) {
       (void)data->tags();
       (void)data->xmlData();
       if (const auto resources = child->resources())
-        out += std::to_string(resources->files.size()) + " resources\n";
+        out += ", " + std::to_string(resources->files.size()) + " resources";
     }
-    walk(child, out);
+    out += '\n';
+    walk(child, path + "/", out);
   }
 }
 
 inline std::string walk(const KR::BoxLibrary& library) {
   std::string out;
-  walk(library.boxRoot(), out);
+  walk(library.boxRoot(), std::string(), out);
   return out;
 }
 
