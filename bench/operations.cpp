@@ -340,19 +340,9 @@ void registerEdits(const std::string& name, KR::BoxLibrary& library, const RunCo
   add(prefix + op::kFolderMove, iterations, counts,
       [ready, scene, &library](benchmark::State& state) {
         timeEach(state, ready, [&] {
-          // A move as the library's users make one: take() copies the folder out, and its
-          // old directory, listing entry and relay are removed by hand.
           KR::BoxLibraryNode* folder = scene->folder;
-          KR::BoxLibraryNode* oldParent = folder->parent();
-          KR::BoxLibraryNode* target =
-              oldParent == scene->shelves[0] ? scene->shelves[1] : scene->shelves[0];
-          const QString oldPath = folder->path();
-          folder->take();
-          library.projectModel()->remove(oldPath);
-          oldParent->saveFolder();
-          QObject::disconnect(folder, &KR::BoxLibraryNode::dataChanged, oldParent,
-                              &KR::BoxLibraryNode::dataChanged);
-          target->appendChild(folder);
+          moveNode(folder,
+                   folder->parent() == scene->shelves[0] ? scene->shelves[1] : scene->shelves[0]);
         });
       });
 }

@@ -202,16 +202,8 @@ void registerLibrary(const std::string& name, const std::shared_ptr<Scene>& scen
   add("node_folder_move", [scene](benchmark::State& state) {
     timed(state, [&] {
       KR::BoxLibraryNode* folder = scene->folder;
-      KR::BoxLibraryNode* oldParent = folder->parent();
-      KR::BoxLibraryNode* target =
-          oldParent == scene->shelves[0] ? scene->shelves[1] : scene->shelves[0];
-      const QString oldPath = folder->path();
-      folder->take();
-      scene->library.projectModel()->remove(oldPath);
-      oldParent->saveFolder();
-      QObject::disconnect(folder, &KR::BoxLibraryNode::dataChanged, oldParent,
-                          &KR::BoxLibraryNode::dataChanged);
-      target->appendChild(folder);
+      moveNode(folder,
+               folder->parent() == scene->shelves[0] ? scene->shelves[1] : scene->shelves[0]);
     });
   });
   // One box to the front of the largest folder, and back to its end in turn.
@@ -229,14 +221,7 @@ void registerLibrary(const std::string& name, const std::shared_ptr<Scene>& scen
     int flips = 0;
     timed(state, [&] {
       const bool back = ++flips % 2 == 0;
-      KR::BoxLibraryNode* box = folder->child(back ? 0 : folder->childCount() - 1);
-      const QString oldPath = box->path();
-      box->take();
-      scene->library.projectModel()->remove(oldPath);
-      folder->saveFolder();
-      QObject::disconnect(box, &KR::BoxLibraryNode::dataChanged, folder,
-                          &KR::BoxLibraryNode::dataChanged);
-      folder->insertChild(back ? folder->childCount() : 0, box);
+      moveNode(folder->child(back ? 0 : folder->childCount() - 1), folder, back ? -1 : 0);
     });
   });
 }

@@ -2,6 +2,7 @@
 
 #include <krboxlibrary/box_data.h>
 #include <krboxlibrary/box_library_node.h>
+#include <zu/project/project_model.h>
 
 #include <benchmark/benchmark.h>
 
@@ -43,6 +44,18 @@ KR::BoxLibraryNode* deepestBox(KR::BoxLibraryNode* node) {
       found = below;
   }
   return found;
+}
+
+void moveNode(KR::BoxLibraryNode* node, KR::BoxLibraryNode* target, int index) {
+  KR::BoxLibraryNode* oldParent = node->parent();
+  zu::project::ProjectModel* project = node->project();
+  const QString oldPath = node->path();
+  node->take();
+  project->remove(oldPath);
+  oldParent->saveFolder();
+  QObject::disconnect(node, &KR::BoxLibraryNode::dataChanged, oldParent,
+                      &KR::BoxLibraryNode::dataChanged);
+  target->insertChild(index < 0 ? target->childCount() : index, node);
 }
 
 }  // namespace krbench
