@@ -110,6 +110,7 @@ expect_refused 1 mkdir "$dir" " (2)"
 expect_refused 1 mkdir "$dir" "Motions/ ()"
 expect_refused 1 rename "$dir" "Motions" " (3)"
 expect_refused 1 mv "$dir" "Motions" "Motions/Postures"
+grep -q 'into itself' "$work/err" || fail "mv into itself: $(cat "$work/err")"
 expect_refused 1 mv "$dir" "Motions" "Motions"
 expect_refused 1 mv "$dir" "Motions/Postures/Crouch" "Motions/Postures/Stand Up"
 expect_refused 1 mv "$dir" "Motions/Postures/Crouch" "Motions/Postures" 3
