@@ -279,40 +279,19 @@ std::string XmlDocument::saveToXmlString() const {
   return render(m_root.get()).text;
 }
 
-bool XmlDocument::saveToXmlString(std::string& text, std::string* error) const {
-  if (!m_root) {
-    fail(error, nullptr, "the document has no root element", "");
-    return false;
-  }
-  Rendered rendered;
-  try {
-    rendered = render(m_root.get());
-  } catch (const std::exception& e) {
-    fail(error, nullptr, std::string("cannot write the XML document: ") + e.what(), "");
-    return false;
-  }
-  // Such a file would be refused when read back; better to say so now than lose the data.
-  if (rendered.depth > kMaxDepth) {
-    fail(error, nullptr,
-         "elements are nested deeper than " + std::to_string(kMaxDepth) + " levels", "");
-    return false;
-  }
-  text = std::move(rendered.text);
-  return true;
-}
+namespace {
 
-bool XmlDocument::saveToXmlFile(FILE* file, std::string* error, std::string* errorContext) const {
-  if (!file) {
-    fail(error, errorContext, "no file to write the XML document to", "");
-    return false;
-  }
-  if (!m_root) {
+// The text of a document with root, refused (false, error set) when there is no root, the
+// writer fails, or the nesting is deeper than a reader would accept.
+bool renderChecked(const XmlElement* root, std::string& text, std::string* error,
+                   std::string* errorContext) {
+  if (!root) {
     fail(error, errorContext, "the document has no root element", "");
     return false;
   }
   Rendered rendered;
   try {
-    rendered = render(m_root.get());
+    rendered = render(root);
   } catch (const std::exception& e) {
     fail(error, errorContext, std::string("cannot write the XML document: ") + e.what(), "");
     return false;
@@ -324,15 +303,32 @@ bool XmlDocument::saveToXmlFile(FILE* file, std::string* error, std::string* err
          "depth " + std::to_string(rendered.depth));
     return false;
   }
+  text = std::move(rendered.text);
+  return true;
+}
+
+}  // namespace
+
+bool XmlDocument::saveToXmlString(std::string& text, std::string* error) const {
+  return renderChecked(m_root.get(), text, error, nullptr);
+}
+
+bool XmlDocument::saveToXmlFile(FILE* file, std::string* error, std::string* errorContext) const {
+  if (!file) {
+    fail(error, errorContext, "no file to write the XML document to", "");
+    return false;
+  }
+  std::string text;
+  if (!renderChecked(m_root.get(), text, error, errorContext))
+    return false;
   errno = 0;
-  const size_t written = std::fwrite(rendered.text.data(), 1, rendered.text.size(), file);
-  if (written != rendered.text.size() || std::fflush(file) != 0) {
+  const size_t written = std::fwrite(text.data(), 1, text.size(), file);
+  if (written != text.size() || std::fflush(file) != 0) {
     const int code = errno;
     fail(error, errorContext,
          std::string("cannot write the XML document: ") +
              (code ? std::strerror(code) : "write error"),
-         "after " + std::to_string(written) + " of " + std::to_string(rendered.text.size()) +
-             " bytes");
+         "after " + std::to_string(written) + " of " + std::to_string(text.size()) + " bytes");
     return false;
   }
   return true;
