@@ -36,34 +36,6 @@ constexpr int kFileFormatErrno = EFTYPE;
 constexpr int kFileFormatErrno = EILSEQ;
 #endif
 
-// libarchive converts entry names through the current locale, and the C locale cannot
-// represent a non-ASCII name at all. Archives are therefore read and written under a
-// UTF-8 character type, for this thread only, leaving the application's locale alone.
-class Utf8LocaleScope {
-public:
-  Utf8LocaleScope() {
-    for (const char* name : {"C.UTF-8", "C.utf8", "en_US.UTF-8"}) {
-      m_locale = newlocale(LC_CTYPE_MASK, name, static_cast<locale_t>(0));
-      if (m_locale) {
-        m_previous = uselocale(m_locale);
-        return;
-      }
-    }
-  }
-  ~Utf8LocaleScope() {
-    if (m_locale) {
-      uselocale(m_previous);
-      freelocale(m_locale);
-    }
-  }
-  Utf8LocaleScope(const Utf8LocaleScope&) = delete;
-  Utf8LocaleScope& operator=(const Utf8LocaleScope&) = delete;
-
-private:
-  locale_t m_locale = static_cast<locale_t>(0);
-  locale_t m_previous = static_cast<locale_t>(0);
-};
-
 struct ReadCloser {
   void operator()(archive* a) const { archive_read_free(a); }
 };
@@ -201,6 +173,23 @@ bool endsWith(const std::string& text, const std::string& tail) {
 
 }  // namespace
 
+Utf8LocaleScope::Utf8LocaleScope() {
+  for (const char* name : {"C.UTF-8", "C.utf8", "en_US.UTF-8"}) {
+    m_locale = newlocale(LC_CTYPE_MASK, name, static_cast<locale_t>(0));
+    if (m_locale) {
+      m_previous = uselocale(m_locale);
+      return;
+    }
+  }
+}
+
+Utf8LocaleScope::~Utf8LocaleScope() {
+  if (m_locale) {
+    uselocale(m_previous);
+    freelocale(m_locale);
+  }
+}
+
 ArchiveFormat extractArchive(const fs::path& archivePath, const fs::path& root) {
   const std::string name = archivePath.string();
   const Utf8LocaleScope utf8;  // outlives the archive object below
@@ -232,6 +221,9 @@ ArchiveFormat extractArchive(const fs::path& archivePath, const fs::path& root) 
     const char* rawPath = archive_entry_pathname_utf8(entry);
     if (!rawPath)
       rawPath = archive_entry_pathname(entry);
+    // Another tool's metadata is no part of the project; skipped unread, it can do no harm.
+    if (rawPath && holdsForeignMetadata(rawPath))
+      continue;
     if (archive_entry_hardlink(entry) || archive_entry_filetype(entry) == AE_IFLNK)
       throw CorruptedFile(name + ": entry \"" + std::string(rawPath ? rawPath : "") +
                           "\" is a link");
@@ -265,7 +257,19 @@ ArchiveFormat extractArchive(const fs::path& archivePath, const fs::path& root) 
   return format;
 }
 
-void writeArchive(const Changes& view, const fs::path& target, ArchiveFormat format) {
+std::vector<ArchiveItem> archiveItems(const Changes& view, const std::string& wrapper) {
+  const std::vector<Listed> entries = listTree(view, std::string(), true);
+  std::vector<ArchiveItem> items;
+  items.reserve(entries.size() + 1);
+  if (!wrapper.empty())
+    items.push_back({wrapper, std::string(), true});
+  for (const Listed& entry : entries)
+    items.push_back({joinPath(wrapper, entry.name), entry.name, entry.dir});
+  return items;
+}
+
+void writeArchive(const Changes& view, const fs::path& target, ArchiveFormat format,
+                  const std::string& wrapper) {
   const std::string name = target.string();
   const Utf8LocaleScope utf8;  // outlives the archive object below
   std::unique_ptr<archive, WriteCloser> a(archive_write_new());
@@ -297,16 +301,16 @@ void writeArchive(const Changes& view, const fs::path& target, ArchiveFormat for
                                                                  archive_entry_free);
   const time_t now = ::time(nullptr);
   // Entries in byte-wise order, so that the same project always gives the same archive.
-  const std::vector<Listed> items = listTree(view, std::string(), true);
+  const std::vector<ArchiveItem> items = archiveItems(view, wrapper);
   for (std::size_t i = 0; i < items.size(); ++i) {
-    const Listed& item = items[i];
+    const ArchiveItem& item = items[i];
     if (output.error)
       break;  // the archive is closed below, then the failure reported
     std::optional<std::string> bytes;
     if (!item.dir) {
-      bytes = view.read(item.name);
+      bytes = view.read(item.path);
       if (!bytes)
-        throw Exception("Could not read " + item.name + " to save it");
+        throw Exception("Could not read " + item.path + " to save it");
     }
     archive_entry_clear(entry.get());
     archive_entry_set_pathname_utf8(entry.get(),

@@ -5,12 +5,29 @@
 
 #include <zu/project/archive_format.h>
 
+#include <locale.h>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace zu {
 namespace project {
 namespace detail {
+
+/// While alive, this thread converts names under a UTF-8 character type: libarchive
+/// converts entry names through the current locale, and the C locale cannot represent a
+/// non-ASCII name at all. The application's own locale is left alone.
+class Utf8LocaleScope {
+public:
+  Utf8LocaleScope();
+  ~Utf8LocaleScope();
+  Utf8LocaleScope(const Utf8LocaleScope&) = delete;
+  Utf8LocaleScope& operator=(const Utf8LocaleScope&) = delete;
+
+private:
+  locale_t m_locale = static_cast<locale_t>(0);
+  locale_t m_previous = static_cast<locale_t>(0);
+};
 
 /// Extracts an archive into the empty directory root and returns its form (Auto for a form
 /// that can be read but not written). Throws UnsupportedFormat for a file that is no
@@ -22,8 +39,20 @@ ArchiveFormat extractArchive(const std::filesystem::path& archive,
 class Changes;
 
 /// Writes every file and directory of the view into a new tar archive (plain or
-/// compressed) at target, an existing empty file. Throws Exception with the reason.
-void writeArchive(const Changes& view, const std::filesystem::path& target, ArchiveFormat format);
+/// compressed) at target, an existing empty file, inside the folder wrapper when it is not
+/// empty. Throws Exception with the reason.
+void writeArchive(const Changes& view, const std::filesystem::path& target, ArchiveFormat format,
+                  const std::string& wrapper = std::string());
+
+/// The entries of the view as an archive holds them: byte-wise sorted, inside wrapper (its own
+/// directory entry first) when it is not empty. name is the path in the archive, and path
+/// the view's.
+struct ArchiveItem {
+  std::string name;
+  std::string path;
+  bool dir;
+};
+std::vector<ArchiveItem> archiveItems(const Changes& view, const std::string& wrapper);
 
 /// The archive form a file name asks for, or Auto when it names none.
 ArchiveFormat formatFromFileName(const std::string& fileName);

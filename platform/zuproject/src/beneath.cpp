@@ -1,6 +1,7 @@
 #include "beneath.h"
 
 #include "file_io.h"
+#include "paths.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -56,6 +57,11 @@ Beneath::~Beneath() {
     ::close(m_root);
 }
 
+bool Beneath::hidden(int parent, const std::string& name) const {
+  return (parent == m_root && !m_hiddenTop.empty() && name == m_hiddenTop) ||
+         isForeignMetadata(name);
+}
+
 void Beneath::forget() {
   for (auto& entry : m_recent)
     ::close(entry.second);
@@ -66,7 +72,7 @@ void Beneath::forget() {
 int Beneath::openChild(int parent, const std::string& name) {
   if (parent < 0 || name.empty() || name == "." || name == "..")
     return -1;
-  if (parent == m_root && !m_hiddenTop.empty() && name == m_hiddenTop)
+  if (hidden(parent, name))
     return -1;
   return ::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
@@ -107,7 +113,7 @@ Kind Beneath::kind(const std::string& path) {
 std::optional<struct stat> Beneath::status(const std::string& path) {
   const auto [parentPath, name] = splitLast(path);
   const int parent = dir(parentPath);
-  if (parent < 0 || (parent == m_root && name == m_hiddenTop))
+  if (parent < 0 || hidden(parent, name))
     return std::nullopt;
   struct stat info;
   if (::fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
@@ -120,7 +126,7 @@ int Beneath::openFile(const std::string& path) {
     return -1;
   const auto [parentPath, name] = splitLast(path);
   const int parent = dir(parentPath);
-  if (parent < 0 || (parent == m_root && name == m_hiddenTop))
+  if (parent < 0 || hidden(parent, name))
     return -1;
   // Non-blocking, so that a pipe put in a file's place cannot hang the open.
   const int fd =
@@ -175,10 +181,9 @@ std::vector<Listed> Beneath::list(const std::string& path) {
   DIR* stream = openListing(fd);
   if (!stream)
     return entries;
-  const bool top = path.empty();
   while (const dirent* entry = ::readdir(stream)) {
     const std::string name = entry->d_name;
-    if (name == "." || name == ".." || (top && name == m_hiddenTop))
+    if (name == "." || name == ".." || hidden(fd, name))
       continue;
     unsigned char type = entry->d_type;
     if (type == DT_UNKNOWN) {
@@ -201,7 +206,7 @@ bool Beneath::makeDirs(const std::string& path) {
   if (!makeDirs(parentPath))
     return false;
   const int parent = dir(parentPath);
-  if (parent < 0 || (parent == m_root && name == m_hiddenTop)) {
+  if (parent < 0 || hidden(parent, name)) {
     errno = ENOTDIR;
     return false;
   }
@@ -225,7 +230,7 @@ int Beneath::createFile(const std::string& path, bool truncate) {
   if (name.empty() || !makeDirs(parentPath))
     return -1;
   const int parent = dir(parentPath);
-  if (parent < 0 || (parent == m_root && name == m_hiddenTop)) {
+  if (parent < 0 || hidden(parent, name)) {
     errno = ENOENT;
     return -1;
   }
@@ -262,7 +267,7 @@ bool Beneath::removeTree(const std::string& path) {
     return false;
   const auto [parentPath, name] = splitLast(path);
   const int parent = dir(parentPath);
-  if (parent < 0 || (parent == m_root && name == m_hiddenTop))
+  if (parent < 0 || hidden(parent, name))
     return false;
   forget();
   const int again = dir(parentPath);

@@ -29,7 +29,8 @@ bool isWithin(const std::string& path, const std::string& base);
 class Beneath {
 public:
   /// Takes ownership of rootFd, an open directory. hiddenTop names an entry at the top
-  /// that is never seen (empty for none).
+  /// that is never seen (empty for none); the metadata of version control and of desktop
+  /// systems is never seen at any depth.
   Beneath(int rootFd, std::string hiddenTop);
   ~Beneath();
   Beneath(const Beneath&) = delete;
@@ -60,6 +61,7 @@ public:
 
 private:
   int openChild(int parent, const std::string& name);
+  bool hidden(int parent, const std::string& name) const;
   void remember(const std::string& path, int fd);
 
   int m_root;

@@ -8,14 +8,16 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
+#include <system_error>
 
 namespace zu {
 namespace project {
 namespace detail {
 
 DirectorySource::DirectorySource(const std::string& path, ArchiveFormat format,
-                                 std::shared_ptr<Scratch> keep)
-    : m_path(path), m_format(format), m_keep(std::move(keep)) {
+                                 std::shared_ptr<Scratch> keep, std::string wrapper)
+    : m_path(path), m_format(format), m_keep(std::move(keep)), m_wrapper(std::move(wrapper)) {
   const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0)
     throw PathNotFound(path);
@@ -49,7 +51,18 @@ std::optional<std::string> DirectorySource::read(const std::string& path) {
   std::lock_guard<std::recursive_mutex> lock(m_mutex);
   if (!path.empty() && !m_stamps.count(path))
     note(path, m_files->status(path));
-  return m_files->read(path);
+  errno = 0;
+  std::optional<std::string> bytes = m_files->read(path);
+  if (!bytes)
+    noteIfUnreadable(path, errno);
+  return bytes;
+}
+
+void DirectorySource::noteIfUnreadable(const std::string& path, int error) {
+  const std::optional<struct stat> info = m_files->status(path);
+  if (info && S_ISREG(info->st_mode))
+    noteReadFailure("file \"" + path + "\" could not be read: " +
+                    (error ? std::generic_category().message(error) : "too large"));
 }
 
 FILE* DirectorySource::open(const std::string& path) {
@@ -58,7 +71,10 @@ FILE* DirectorySource::open(const std::string& path) {
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
     if (!path.empty() && !m_stamps.count(path))
       note(path, m_files->status(path));
+    errno = 0;
     fd = m_files->openFile(path);
+    if (fd < 0)
+      noteIfUnreadable(path, errno);
   }
   if (fd < 0)
     return nullptr;

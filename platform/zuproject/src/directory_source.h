@@ -20,9 +20,10 @@ class DirectorySource : public Source {
 public:
   /// Opens the directory at path (a link to it is taken, as the caller named it). A save
   /// that was cut short there is finished first. Throws PathNotFound when it cannot be
-  /// opened. keep holds the scratch that a directory inside it needs.
+  /// opened. keep holds the scratch that a directory inside it needs; wrapper names the
+  /// folder of the archive that path is, for an archive extracted there.
   DirectorySource(const std::string& path, ArchiveFormat format,
-                  std::shared_ptr<Scratch> keep = nullptr);
+                  std::shared_ptr<Scratch> keep = nullptr, std::string wrapper = std::string());
 
   ArchiveFormat format() const override { return m_format; }
   std::string path() const override { return m_keep ? std::string() : m_path; }
@@ -32,6 +33,7 @@ public:
   std::vector<Listed> list(const std::string& dir) override;
   void forget() override;
   std::vector<std::string> changedOnDisk() override;
+  std::string wrapper() const override { return m_wrapper; }
 
   /// Of the paths a save is about to replace or remove (files, or trees), those that
   /// another writer changed since this source first read them, or made meanwhile.
@@ -51,6 +53,7 @@ private:
   std::string m_path;
   ArchiveFormat m_format;
   std::shared_ptr<Scratch> m_keep;
+  std::string m_wrapper;
   // Recursive: a save holds it while the models sharing this source read through it.
   std::recursive_mutex m_mutex;
   std::unique_ptr<Beneath> m_files;
@@ -58,6 +61,8 @@ private:
   std::map<std::string, Stamp> m_stamps;
 
   void note(const std::string& path, const std::optional<struct stat>& info);
+  // After a read of path failed with error: a file there is no longer whole in any view.
+  void noteIfUnreadable(const std::string& path, int error);
   // Whether it points at a stamp whose path begins with prefix, as all those below it do.
   bool startsWith(std::map<std::string, Stamp>::const_iterator it, const std::string& prefix) const;
 };

@@ -23,5 +23,20 @@ void writeFile(const std::string& utf8DiskPath, const std::string& bytes) {
   detail::writeFileAtomically(detail::fs::path(utf8DiskPath), bytes);
 }
 
+bool isForeignMetadata(const std::string& name) {
+  // The names bsdtar's --exclude-vcs knows for directories, and what macOS's zip adds.
+  static const char* const kNames[] = {".git", ".hg", ".svn", ".bzr", "_darcs", "CVS", "__MACOSX"};
+  for (const char* known : kNames) {
+    if (name == known)
+      return true;
+  }
+  return false;
+}
+
+bool isSystemFile(const std::string& name) {
+  return name == ".DS_Store" || name == "Thumbs.db" || name == "desktop.ini" ||
+         name.compare(0, 2, "._") == 0;
+}
+
 }  // namespace project
 }  // namespace zu

@@ -38,9 +38,30 @@ void writeDirectory(const Changes& view, const fs::path& target) {
                      std::error_code(errno, std::generic_category()));
 }
 
+// The names at the top of a directory that version control or macOS keep there.
+std::vector<std::string> foreignMetadataIn(const fs::path& directory) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (fs::directory_iterator it(directory, error), end; !error && it != end; it.increment(error)) {
+    if (isForeignMetadata(it->path().filename().native()))
+      names.push_back(it->path().filename().native());
+  }
+  return names;
+}
+
+// Moves the named entries from one directory to another, as many as can be; false with errno
+// of the last that could not.
+bool moveEntries(const std::vector<std::string>& names, const fs::path& from, const fs::path& to) {
+  bool moved = true;
+  for (const std::string& name : names)
+    moved = io::rename((from / name).c_str(), (to / name).c_str()) == 0 && moved;
+  return moved;
+}
+
 }  // namespace
 
-void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat format) {
+void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat format,
+                const std::string& wrapper) {
   std::error_code error;
   const bool targetExists = existsNoFollow(target);
   const bool directory = format == ArchiveFormat_Directory;
@@ -50,13 +71,15 @@ void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat forma
       throw Exception("Could not replace " + target.string() + ": " + locked + " is not writable");
   }
   const fs::path fresh = createSibling(target, directory);
+  // A directory replaced keeps its repository: it is no part of the project written.
+  std::vector<std::string> carried;
   try {
     if (directory)
       writeDirectory(view, fresh);
     else if (format == ArchiveFormat_Zip)
-      writeZip(view, fresh);
+      writeZip(view, fresh, wrapper);
     else
-      writeArchive(view, fresh, format);
+      writeArchive(view, fresh, format, wrapper);
     // What is replaced keeps its mode.
     struct stat old;
     if (targetExists && ::stat(target.c_str(), &old) == 0 &&
@@ -74,6 +97,10 @@ void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat forma
     } else {
       // A directory cannot be replaced atomically: keep the old one aside until the new one
       // is in place, and put it back if that fails.
+      carried = foreignMetadataIn(target);
+      if (!moveEntries(carried, target, fresh))
+        throwSystemError("Could not replace " + target.string(),
+                         std::error_code(errno, std::generic_category()));
       const fs::path old = createSibling(target, true);
       fs::remove(old, ignored);
       if (io::rename(target.c_str(), old.c_str()) != 0)
@@ -87,6 +114,8 @@ void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat forma
       fs::remove_all(old, ignored);
     }
   } catch (...) {
+    // The target is back in its place by now; what was carried goes back into it.
+    moveEntries(carried, fresh, target);
     std::error_code ignored;
     fs::remove_all(fresh, ignored);
     throw;

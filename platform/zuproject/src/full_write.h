@@ -17,8 +17,10 @@ class Changes;
 /// Writes the whole view to target in format: completed beside it, then renamed into
 /// place, so a failure at any point leaves the previous file or directory as it was.
 /// A target its user cannot write (the file, its directory, or a directory of the tree it
-/// holds) is refused first, and what is replaced keeps its mode.
-void writeWhole(const Changes& view, const std::filesystem::path& target, ArchiveFormat format);
+/// holds) is refused first, and what is replaced keeps its mode. An archive puts every entry
+/// inside the folder wrapper when it is not empty.
+void writeWhole(const Changes& view, const std::filesystem::path& target, ArchiveFormat format,
+                const std::string& wrapper = std::string());
 
 /// The first entry that keeps target from being replaced: its directory, the file or any
 /// directory of its tree that its user cannot write; "" when there is none.

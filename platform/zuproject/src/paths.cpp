@@ -76,6 +76,17 @@ std::optional<std::string> normalizeModelPath(const QString& path) {
   return normalizeSteps(bytes, true);
 }
 
+bool holdsForeignMetadata(const std::string& path) {
+  for (std::size_t start = 0;;) {
+    const std::size_t slash = path.find('/', start);
+    if (isForeignMetadata(path.substr(start, slash - start)))
+      return true;
+    if (slash == std::string::npos)
+      return false;
+    start = slash + 1;
+  }
+}
+
 bool existsNoFollow(const fs::path& path) {
   std::error_code ignored;
   return fs::exists(fs::symlink_status(path, ignored));

@@ -3,6 +3,8 @@
 
 // Helpers shared by the project model's sources; not installed.
 
+#include <zu/project/file_system.h>
+
 #include <QString>
 
 #include <filesystem>
@@ -33,6 +35,10 @@ std::optional<std::string> normalizeSteps(const std::string& path, bool allowPar
 /// A model path made relative and normal ("./a/../b" is "b", "" is the top); nothing when
 /// it would leave the model or holds a NUL character.
 std::optional<std::string> normalizeModelPath(const QString& path);
+
+/// Whether a step of the "/"-separated path is what version control or macOS keeps for
+/// itself (isForeignMetadata()).
+bool holdsForeignMetadata(const std::string& path);
 
 /// Whether the entry exists, without following a link.
 bool existsNoFollow(const fs::path& path);

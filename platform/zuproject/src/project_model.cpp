@@ -29,10 +29,11 @@ const char kMetadataFile[] = ".metadata";
 const int kLockWaitMs = 10000;
 
 // A model path in normal form, or nothing for one that leaves the model or names the
-// reserved pending entry.
+// reserved pending entry or another tool's metadata.
 std::optional<std::string> normalized(const QString& path) {
   std::optional<std::string> result = normalizeModelPath(path);
-  if (result && isWithin(*result, kPendingName) && !result->empty())
+  if (result && !result->empty() &&
+      (isWithin(*result, kPendingName) || holdsForeignMetadata(*result)))
     return std::nullopt;
   return result;
 }
@@ -113,6 +114,11 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
                             std::to_string(static_cast<int>(format)));
 
   Changes& changes = *d->changes;
+  // What was read is all a save can write: a file that could not be read would be lost.
+  if (const std::string failure = changes.source() ? changes.source()->readFailure() : std::string();
+      !failure.empty())
+    throw CorruptedFile(toUtf8(d->sourcePath) + ": " + failure +
+                        "; the project did not read whole, so it is not saved");
   const bool atSource = !d->sourcePath.isEmpty() && target == diskPath(d->sourcePath);
   if (!atSource && !d->sourcePath.isEmpty()) {
     // A copy inside the project would show as part of it; one around it would replace it.
@@ -157,7 +163,11 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
         holder->preserve(changes.source().get(), {std::string()});
     }
   }
-  writeWhole(changes, target, format);
+  // Back to the same archive, a folder that wraps the project stays.
+  const std::string wrapper =
+      atSource && format == d->sourceFormat && changes.source() ? changes.source()->wrapper()
+                                                                : std::string();
+  writeWhole(changes, target, format, wrapper);
   // A copy sharing the old source saves over this save as its own.
   if (atSource && changes.source())
     changes.source()->settle({});
@@ -172,6 +182,11 @@ QString ProjectModel::getSourcePath() const {
 
 ArchiveFormat ProjectModel::getSourceFormat() const {
   return d->sourceFormat;
+}
+
+QString ProjectModel::readFailure() const {
+  const std::shared_ptr<Source>& source = d->changes->source();
+  return source ? QString::fromStdString(source->readFailure()) : QString();
 }
 
 bool ProjectModel::sourceChanged() const {

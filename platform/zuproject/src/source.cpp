@@ -7,6 +7,7 @@
 #include "zip_source.h"
 
 #include <zu/project/exceptions.h>
+#include <zu/project/file_system.h>
 
 #include <sys/stat.h>
 #include <algorithm>
@@ -56,6 +57,39 @@ std::vector<Changes*> Source::holders() const {
   return m_holders;
 }
 
+std::string Source::readFailure() const {
+  std::lock_guard<std::mutex> lock(m_holdersMutex);
+  return m_readFailure;
+}
+
+void Source::noteReadFailure(const std::string& what) {
+  std::lock_guard<std::mutex> lock(m_holdersMutex);
+  if (m_readFailure.empty())
+    m_readFailure = what;
+}
+
+std::string findWrapper(const std::vector<Listed>& top,
+                        const std::function<bool(const std::string&)>& hasFile) {
+  static const char* const kTopFiles[] = {".metadata", "lbfinfo"};
+  const Listed* folder = nullptr;
+  for (const Listed& entry : top) {
+    if (entry.dir) {
+      if (folder)
+        return std::string();
+      folder = &entry;
+    } else if (!isSystemFile(entry.name)) {
+      return std::string();  // the top's own files, or anything else a save must keep
+    }
+  }
+  if (!folder)
+    return std::string();
+  for (const char* file : kTopFiles) {
+    if (hasFile(folder->name + '/' + file))
+      return folder->name;
+  }
+  return std::string();
+}
+
 std::shared_ptr<Source> openSource(const fs::path& path, ArchiveFormat format) {
   struct stat info;
   if (path.empty() || ::stat(path.c_str(), &info) != 0)
@@ -73,7 +107,7 @@ std::shared_ptr<Source> openSource(const fs::path& path, ArchiveFormat format) {
   if (info.st_size > 0) {
     try {
       return std::make_shared<ZipSource>(path.native());
-    } catch (const UnsupportedFormat&) {
+    } catch (const NotZip&) {
     }
   }
   std::shared_ptr<Scratch> scratch = Scratch::create();
@@ -85,7 +119,14 @@ std::shared_ptr<Source> openSource(const fs::path& path, ArchiveFormat format) {
   const ArchiveFormat extracted = extractArchive(path, root);
   if (extracted == ArchiveFormat_Zip)
     throw CorruptedFile(path.string() + ": a damaged zip archive");
-  return std::make_shared<DirectorySource>(root.native(), extracted, std::move(scratch));
+  std::vector<Listed> top;
+  for (const fs::directory_entry& entry : fs::directory_iterator(root, error))
+    top.push_back({entry.path().filename().native(), entry.is_directory()});
+  const std::string wrapper = findWrapper(top, [&root](const std::string& file) {
+    return fs::is_regular_file(fs::symlink_status(root / file));
+  });
+  return std::make_shared<DirectorySource>((wrapper.empty() ? root : root / wrapper).native(),
+                                           extracted, std::move(scratch), wrapper);
 }
 
 }  // namespace detail

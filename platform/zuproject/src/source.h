@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -80,15 +81,35 @@ public:
   /// what the models sharing this source read.
   virtual void settle(const std::vector<std::string>& /*touched*/) {}
 
+  /// The one folder of the archive that holds the project, "" when the project is the
+  /// archive's top; a save back to the same archive keeps it.
+  virtual std::string wrapper() const { return std::string(); }
+
+  /// The first file that is there but could not be read (damaged, or unreadable), with the
+  /// reason; "" while every read succeeded. A view that met one is no longer whole.
+  std::string readFailure() const;
+
   /// Models whose view reads through this source; told before a save changes it.
   void attach(Changes* holder);
   void detach(Changes* holder);
   std::vector<Changes*> holders() const;
 
+protected:
+  /// Keeps the first read failure.
+  void noteReadFailure(const std::string& what);
+
 private:
   mutable std::mutex m_holdersMutex;
   std::vector<Changes*> m_holders;
+  std::string m_readFailure;  // guarded by m_holdersMutex
 };
+
+/// The folder that wraps a project in an archive: the only directory at the archive's top,
+/// beside nothing but desktop files, when the top holds none of a project's own top files
+/// (".metadata", a box library's "lbfinfo") and that directory does. "" when there is none.
+/// hasFile tells whether a file is at a path of the archive.
+std::string findWrapper(const std::vector<Listed>& top,
+                        const std::function<bool(const std::string&)>& hasFile);
 
 /// The source at an absolute path: a directory in place, a zip through libzip, any other
 /// archive extracted into scratch. Throws PathNotFound, UnsupportedFormat, CorruptedFile.

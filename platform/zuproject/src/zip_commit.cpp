@@ -1,5 +1,6 @@
 #include "zip_commit.h"
 
+#include "archive_io.h"
 #include "beneath.h"
 #include "changes.h"
 #include "file_io.h"
@@ -101,7 +102,7 @@ void reportShare(zip_t*, double share, void* entries) {
 
 }  // namespace
 
-void writeZip(const Changes& view, const fs::path& target) {
+void writeZip(const Changes& view, const fs::path& target, const std::string& wrapper) {
   const std::string name = target.string();
   int code = 0;
   zip_t* archive = zip_open(target.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &code);
@@ -117,15 +118,15 @@ void writeZip(const Changes& view, const fs::path& target) {
     zip_discard(archive);
     throw Exception("Could not write " + name + ": " + text);
   };
-  const std::vector<Listed> items = listTree(view, std::string(), true);
+  const std::vector<ArchiveItem> items = archiveItems(view, wrapper);
   std::size_t total = items.size();
   zip_register_progress_callback_with_state(archive, 0.001, reportShare, nullptr, &total);
-  for (const Listed& item : items) {
+  for (const ArchiveItem& item : items) {
     zip_int64_t index;
     if (item.dir) {
       index = zip_dir_add(archive, item.name.c_str(), ZIP_FL_ENC_UTF_8);
     } else {
-      zip_source_t* source = sourceFor(archive, view, item.name);
+      zip_source_t* source = sourceFor(archive, view, item.path);
       if (!source)
         fail(item.name);
       index = zip_file_add(archive, item.name.c_str(), source, ZIP_FL_ENC_UTF_8);

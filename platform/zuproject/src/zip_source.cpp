@@ -37,6 +37,37 @@ std::string checkedName(const std::string& archive, const std::string& name, boo
   return *normal;
 }
 
+std::string methodName(zip_uint16_t method) {
+  const char* name = nullptr;
+  switch (method) {
+    case 1: name = "Shrink"; break;
+    case 2: case 3: case 4: case 5: name = "Reduce"; break;
+    case 6: name = "Implode"; break;
+    case 9: name = "Deflate64"; break;
+    case 10: name = "PKWARE DCL Implode"; break;
+    case 12: name = "bzip2"; break;
+    case 14: name = "LZMA"; break;
+    case 18: name = "IBM TERSE"; break;
+    case 19: name = "IBM LZ77"; break;
+    case 93: name = "Zstandard"; break;
+    case 95: name = "XZ"; break;
+    case 96: name = "JPEG"; break;
+    case 97: name = "WavPack"; break;
+    case 98: name = "PPMd"; break;
+    default: break;
+  }
+  const std::string number = "method " + std::to_string(method);
+  return name ? std::string(name) + " (" + number + ")" : number;
+}
+
+std::string libzipError(int code) {
+  zip_error_t error;
+  zip_error_init_with_code(&error, code);
+  const std::string text = zip_error_strerror(&error);
+  zip_error_fini(&error);
+  return text;
+}
+
 }  // namespace
 
 ZipSource::ZipSource(const std::string& path) : m_path(path), m_stamp(stampAt(path)) {
@@ -49,7 +80,7 @@ ZipSource::ZipSource(const std::string& path) : m_path(path), m_stamp(stampAt(pa
     const int system = zip_error_code_system(&reason);
     zip_error_fini(&reason);
     if (error == ZIP_ER_NOZIP)
-      throw UnsupportedFormat(text);
+      throw NotZip(text);
     if (error == ZIP_ER_NOENT)
       throw PathNotFound(path);
     if (error == ZIP_ER_OPEN || error == ZIP_ER_READ || error == ZIP_ER_MEMORY ||
@@ -65,6 +96,9 @@ ZipSource::ZipSource(const std::string& path) : m_path(path), m_stamp(stampAt(pa
     for (zip_int64_t i = 0; i < count; ++i) {
       const char* raw = zip_get_name(m_archive, static_cast<zip_uint64_t>(i), 0);
       const std::string name = raw ? raw : "";
+      // Another tool's metadata is no part of the project; skipped unread, it can do no harm.
+      if (holdsForeignMetadata(name))
+        continue;
       bool dir = false;
       const std::string normal = checkedName(path, name, &dir);
       zip_uint8_t system = 0;
@@ -94,7 +128,12 @@ ZipSource::ZipSource(const std::string& path) : m_path(path), m_stamp(stampAt(pa
         refuse(path, name, "is stored twice");
       entry.index = i;
       entry.size = (info.valid & ZIP_STAT_SIZE) ? info.size : 0;
+      entry.fallback = !dir && readsThroughFallback(static_cast<zip_uint64_t>(i), info, name);
     }
+    m_wrapper = findWrapper(list(std::string()), [this](const std::string& path) {
+      const auto found = m_entries.find(path);
+      return found != m_entries.end() && !found->second.dir;
+    });
   } catch (...) {
     zip_discard(m_archive);
     throw;
@@ -123,10 +162,33 @@ ZipSource::Entry& ZipSource::insert(const std::string& path, bool dir) {
   return found->second;
 }
 
+bool ZipSource::readsThroughFallback(zip_uint64_t index, const zip_stat_t& info,
+                                     const std::string& name) {
+  // Refused at once: read as missing, the entry would be lost by the first save.
+  if ((info.valid & ZIP_STAT_ENCRYPTION_METHOD) && info.encryption_method != ZIP_EM_NONE)
+    throw UnsupportedFormat(m_path + ": entry \"" + name + "\" is encrypted");
+  if (!(info.valid & ZIP_STAT_COMP_METHOD) || zip_compression_method_supported(info.comp_method, 0))
+    return false;
+  if (!ZipFallback::decompresses(info.comp_method))
+    throw UnsupportedFormat(m_path + ": entry \"" + name + "\" is compressed with " +
+                            methodName(info.comp_method) + ", which cannot be read");
+  if (!m_fallback)
+    m_fallback = std::make_unique<ZipFallback>(m_path);
+  m_fallback->expect(zip_get_name(m_archive, index, ZIP_FL_ENC_RAW), info.size);
+  return true;
+}
+
+const ZipSource::Entry* ZipSource::find(const std::string& path) const {
+  const auto found = m_entries.find(m_wrapper.empty() ? path
+                                    : path.empty()    ? m_wrapper
+                                                      : m_wrapper + '/' + path);
+  return found == m_entries.end() ? nullptr : &found->second;
+}
+
 Kind ZipSource::kind(const std::string& path) {
   std::lock_guard<std::mutex> lock(m_mutex);
-  const auto found = m_entries.find(path);
-  return found == m_entries.end() ? Kind::None : found->second.dir ? Kind::Dir : Kind::File;
+  const Entry* entry = find(path);
+  return !entry ? Kind::None : entry->dir ? Kind::Dir : Kind::File;
 }
 
 std::vector<std::string> ZipSource::changedOnDisk() {
@@ -137,35 +199,55 @@ std::vector<std::string> ZipSource::changedOnDisk() {
 
 zip_int64_t ZipSource::entryIndex(const std::string& path) {
   std::lock_guard<std::mutex> lock(m_mutex);
-  const auto found = m_entries.find(path);
-  return found == m_entries.end() || found->second.dir ? -1 : found->second.index;
+  const Entry* entry = find(path);
+  return !entry || entry->dir ? -1 : entry->index;
 }
 
 std::optional<std::string> ZipSource::read(const std::string& path) {
   std::lock_guard<std::mutex> lock(m_mutex);
-  const auto found = m_entries.find(path);
-  if (found == m_entries.end() || found->second.dir || found->second.size > kMaxFileSize)
+  const Entry* entry = find(path);
+  if (!entry || entry->dir)
     return std::nullopt;
-  zip_file_t* file = zip_fopen_index(m_archive, static_cast<zip_uint64_t>(found->second.index), 0);
-  if (!file)
+  std::string error;
+  std::optional<std::string> bytes = readEntry(*entry, error);
+  if (!bytes)
+    noteReadFailure("entry \"" + path + "\" could not be read: " + error);
+  return bytes;
+}
+
+std::optional<std::string> ZipSource::readEntry(const Entry& entry, std::string& error) {
+  if (entry.size > kMaxFileSize) {
+    error = "larger than a project file may be";
     return std::nullopt;
+  }
+  const auto index = static_cast<zip_uint64_t>(entry.index);
+  if (entry.fallback)
+    return m_fallback->read(zip_get_name(m_archive, index, ZIP_FL_ENC_RAW), error);
+  zip_file_t* file = zip_fopen_index(m_archive, index, 0);
+  if (!file) {
+    error = zip_strerror(m_archive);
+    return std::nullopt;
+  }
   // One byte more than declared shows data longer than the header says; libzip checks
   // the CRC when the data ends.
-  std::string data(static_cast<std::size_t>(found->second.size) + 1, '\0');
+  std::string data(static_cast<std::size_t>(entry.size) + 1, '\0');
   std::size_t done = 0;
-  bool ok = true;
   for (;;) {
     const zip_int64_t count = zip_fread(file, &data[done], data.size() - done);
     if (count < 0)
-      ok = false;
+      error = zip_file_strerror(file);
     if (count <= 0)
       break;
     done += static_cast<std::size_t>(count);
     if (done == data.size())
       break;
   }
-  ok = zip_fclose(file) == 0 && ok;
-  if (!ok || done != found->second.size)
+  const int closed = zip_fclose(file);
+  if (error.empty() && closed != 0)
+    error = libzipError(closed);
+  if (error.empty() && done != entry.size)
+    error = "its size differs from what its header declares";
+  if (!error.empty())
     return std::nullopt;
   data.resize(done);
   return data;
@@ -174,11 +256,11 @@ std::optional<std::string> ZipSource::read(const std::string& path) {
 std::vector<Listed> ZipSource::list(const std::string& dir) {
   std::vector<Listed> entries;
   std::lock_guard<std::mutex> lock(m_mutex);
-  const auto found = m_entries.find(dir);
-  if (found == m_entries.end() || !found->second.dir)
+  const Entry* found = find(dir);
+  if (!found || !found->dir)
     return entries;
-  entries.reserve(found->second.children.size());
-  for (const std::string* child : found->second.children)
+  entries.reserve(found->children.size());
+  for (const std::string* child : found->children)
     entries.push_back({splitLast(*child).second, m_entries.find(*child)->second.dir});
   return entries;
 }

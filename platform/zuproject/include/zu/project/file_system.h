@@ -18,6 +18,16 @@ ZUPROJECT_EXPORT void remove(const std::string& utf8DiskPath);
 /// when that fails or the file or its directory is not writable by its user.
 ZUPROJECT_EXPORT void writeFile(const std::string& utf8DiskPath, const std::string& bytes);
 
+/// Whether name is what version control (".git", ".hg", ".svn", ".bzr", "_darcs", "CVS")
+/// or macOS ("__MACOSX") keeps for itself inside a tree. Such an entry is no part of any
+/// project: a model never lists, reads, writes into, moves, packs or exports it.
+ZUPROJECT_EXPORT bool isForeignMetadata(const std::string& name);
+
+/// Whether name is a file a desktop system leaves in folders by itself (".DS_Store",
+/// "Thumbs.db", "desktop.ini", or an AppleDouble "._" file): kept and carried with a project
+/// like any file, but no part of its content.
+ZUPROJECT_EXPORT bool isSystemFile(const std::string& name);
+
 }  // namespace project
 }  // namespace zu
 

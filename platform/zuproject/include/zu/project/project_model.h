@@ -38,11 +38,17 @@ public:
   ~ProjectModel() override;
 
   /// Replaces the content by a directory or an archive (ArchiveFormat_Auto recognises both).
-  /// Throws PathNotFound, UnsupportedFormat or CorruptedFile; a failed load leaves the model
-  /// empty and without a source path. Symbolic links in a directory are skipped.
+  /// Throws PathNotFound, UnsupportedFormat (also for an archive entry that is encrypted or
+  /// compressed in a method no reader here knows) or CorruptedFile; a failed load leaves the
+  /// model empty and without a source path. Symbolic links in a directory are skipped, and
+  /// so is the metadata of version control and of macOS (".git", ".hg", ".svn", ".bzr",
+  /// "_darcs", "CVS", "__MACOSX" at any depth), which no path of the model can name. An
+  /// archive whose top holds nothing but one folder, and that folder a project's top files
+  /// (".metadata", "lbfinfo"), is read as the project inside that folder.
   void load(const QString& path, ArchiveFormat format);
   /// Writes the project to path ("" is the source path) in format (Current keeps the current
-  /// form, Auto chooses by file name). The previous file or directory at path is replaced
+  /// form, Auto chooses by file name); back to the same archive, a wrapping folder stays.
+  /// Throws CorruptedFile, writing nothing, when a file of the source could not be read. The previous file or directory at path is replaced
   /// only once the new one is complete. Throws when path exists and overwrite is false, and
   /// when path is inside the source or holds it (a copy of a project into itself).
   /// Back to the source it holds the source's SourceLock (waiting up to 10 s, else Busy)
@@ -55,6 +61,10 @@ public:
   QString getSourcePath() const;
   /// The form of the source: a directory, an archive form, or Auto when unknown.
   ArchiveFormat getSourceFormat() const;
+  /// The first file of the source that is there but could not be read (a damaged entry, a
+  /// file its user may not read), with the reason; "" while every read succeeded. Such a
+  /// model does not read whole, and refuses to save.
+  QString readFailure() const;
   /// Whether another writer changed the source since the model read it (a file it read, or
   /// the archive). load() of getSourcePath() takes their changes and drops the model's own.
   bool sourceChanged() const;
