@@ -53,6 +53,11 @@ public:
   zu::project::ProjectModel* projectModel() const { return m_project; }
   /// The path the library was opened from or last saved to.
   QString path() const;
+  /// Why the library could not be opened whole, then the kind of failure in parentheses:
+  /// `entry "Motions\Crouch\box.bxd" has a backslash (corrupted file format)`. "" when it
+  /// opened (and for a new library). A library with a file that is there but could not be
+  /// read shows what it could read, and refuses to be saved.
+  QString loadError() const { return m_loadError; }
 
   /// Whether the library was opened read-only and has not been saved elsewhere since.
   bool isReadOnly() const { return m_readOnly; }
@@ -93,6 +98,7 @@ signals:
 private:
   void relayRoot();
   void replaceLostModel();
+  void failOpening(const QString& path, const QString& reason, const char* kind);
 
   // Guarded: a copy-constructed library's model is an object child of the original's model
   // and may be deleted with it.
@@ -100,6 +106,7 @@ private:
   bool m_readOnly;
   bool m_behaviorCompatible;
   QPointer<BoxLibraryNode> m_root;
+  QString m_loadError;
 };
 
 /// The project model's archive format for format; ArchiveFormat_Auto for any other value.

@@ -84,8 +84,13 @@ public:
   /// name without a trailing " (digits)" group.
   static std::string unNumberName(const std::string& name);
   /// Whether name can name a node: it is not empty once unNumberName() has dropped its
-  /// number. Every operation that names a node refuses other names, logging one warning.
+  /// number, and its file name is not one that version control or macOS keep for their own
+  /// metadata (".git", "CVS", "__MACOSX"...). Every operation that names a node refuses
+  /// other names, logging one warning.
   static bool isUsableName(const std::string& name);
+  /// Why name cannot name a node, as a clause ("it is empty without its number"); "" when
+  /// it can.
+  static std::string nameRefusal(const std::string& name);
 
   /// The display name (UTF-8), unique among the siblings.
   const std::string& name() const { return m_name; }

@@ -6,6 +6,7 @@
 #include <krserial/xml_document.h>
 #include <krserial/xml_element.h>
 #include <zu/project/behavior_project.h>
+#include <zu/project/file_system.h>
 #include <zu/project/metadata.h>
 #include <zu/project/project.h>
 #include <zu/project/project_model.h>
@@ -112,6 +113,12 @@ boost::shared_ptr<BoxResourceList> BoxLibraryNode::resources() const {
   list->files.removeAll(QLatin1String(kBoxFile));
   list->files.removeAll(QLatin1String(kBehaviorFile));
   list->files.removeAll(QLatin1String(kMetadataFile));
+  // What a desktop system leaves in a box's directory is none of the box's resources.
+  list->files.erase(std::remove_if(list->files.begin(), list->files.end(),
+                                   [](const QString& file) {
+                                     return zu::project::isSystemFile(text::toUtf8(file));
+                                   }),
+                    list->files.end());
   return list;
 }
 

@@ -25,10 +25,12 @@ using vocabulary::kVersionKey;
 
 const char kTitleKey[] = "title";
 
-void logOpeningFailure(const QString& path, const char* tail) {
-  zu::log::LogStream(zu::log::LogLevel_Warning, vocabulary::kLogCategory, "", "BoxLibrary", 0)
-      << "Could not load the box library found at "
-      << "\"" << text::toLatin1(path) << tail;
+// The project model's message without the path it starts with: the caller knows that one.
+QString reasonOf(const std::exception& failure, const QString& path) {
+  const QString message = QString::fromUtf8(failure.what());
+  const QString prefix = QFileInfo(path).fileName() + QLatin1String(": ");
+  const int at = message.startsWith(QLatin1Char('/')) ? message.indexOf(prefix) : -1;
+  return at < 0 ? message : message.mid(at + prefix.size());
 }
 
 bool endsWithExtension(const QString& name, const char* extension) {
@@ -48,15 +50,19 @@ BoxLibrary::BoxLibrary(const QString& path, bool readOnly, QObject* parent)
     try {
       m_project->load(path, zu::project::ArchiveFormat_Auto);
       setTitle(makeTitleFromPath(path));
-    } catch (const zu::project::CorruptedFile&) {
-      logOpeningFailure(path, "\": corrupted file format.");
+    } catch (const zu::project::CorruptedFile& e) {
+      failOpening(path, reasonOf(e, path), "corrupted file format");
     } catch (const zu::project::PathNotFound&) {
-      logOpeningFailure(path, "\": no such file or directory.");
-    } catch (const zu::project::UnsupportedFormat&) {
-      logOpeningFailure(path, "\": unrecognized file format.");
+      failOpening(path, QString(), "no such file or directory");
+    } catch (const zu::project::UnsupportedFormat& e) {
+      failOpening(path, reasonOf(e, path), "unrecognized file format");
     }
     delete m_root;
     m_root = new BoxLibraryNode(this);
+    // A file that is there but could not be read (a damaged entry) leaves the tree partial.
+    const QString unread = m_project->readFailure();
+    if (m_loadError.isEmpty() && !unread.isEmpty())
+      failOpening(path, unread, "corrupted file format");
   } else {
     recordNewLibrary(*m_project);
   }
@@ -105,6 +111,7 @@ BoxLibrary& BoxLibrary::operator=(const BoxLibrary& other) {
   m_project = model;
   m_readOnly = other.m_readOnly;
   m_behaviorCompatible = other.m_behaviorCompatible;
+  m_loadError = other.m_loadError;
   m_root = new BoxLibraryNode(this);
   return *this;
 }
@@ -115,6 +122,14 @@ BoxLibrary::~BoxLibrary() {
     disconnect(m_project, nullptr, this, nullptr);
   delete m_root;
   delete m_project;
+}
+
+void BoxLibrary::failOpening(const QString& path, const QString& reason, const char* kind) {
+  zu::log::LogStream(zu::log::LogLevel_Warning, vocabulary::kLogCategory, "", "BoxLibrary", 0)
+      << "Could not load the box library found at "
+      << "\"" << text::toLatin1(path) << "\": " << kind << ".";
+  m_loadError = reason.isEmpty() ? QLatin1String(kind)
+                                 : reason + QLatin1String(" (") + QLatin1String(kind) + ')';
 }
 
 void BoxLibrary::relayRoot() {

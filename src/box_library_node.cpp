@@ -22,11 +22,11 @@ bool refuseIndex(int index, int size, const char* function) {
   return true;
 }
 
-// A name empty once its number is dropped would give the node its parent's directory.
 bool refuseName(const std::string& name, const char* function) {
-  if (BoxLibraryNode::isUsableName(name))
+  const std::string why = BoxLibraryNode::nameRefusal(name);
+  if (why.empty())
     return false;
-  refusal::warn(function, "Refused the name \"" + name + "\": it is empty without its number");
+  refusal::warn(function, "Refused the name \"" + name + "\": " + why);
   return true;
 }
 

@@ -68,7 +68,7 @@ void BoxLibraryNode::saveFolder() {
 
 void BoxLibraryNode::init(const std::string& name, bool expanded) {
   if (!isUsableName(name)) {
-    refusal::warn("init", "Refused the name \"" + name + "\": it is empty without its number");
+    refusal::warn("init", "Refused the name \"" + name + "\": " + nameRefusal(name));
     return;
   }
   initName(name);
@@ -111,12 +111,30 @@ void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
   // never become children, and deeper directories are their folders' business.
   std::vector<std::string> present;
   std::unordered_map<std::string, size_t> presentIndex;
+  // A listing written on one system names directories that another stores in another
+  // normal form; an exact match still comes first.
+  std::unordered_map<std::string, size_t> composedIndex;
   const QStringList entries = model->getFileList(prefix, true, false, false);
   present.reserve(static_cast<size_t>(entries.size()));
   for (const QString& entry : entries) {
     present.push_back(text::toUtf8(entry));
     presentIndex.emplace(present.back(), present.size() - 1);
+    std::string composed = text::composed(present.back());
+    if (composed != present.back())
+      composedIndex.emplace(std::move(composed), present.size() - 1);
   }
+  const auto findPresent = [&](const std::string& fileName) {
+    const auto exact = presentIndex.find(fileName);
+    if (exact != presentIndex.end())
+      return exact->second;
+    const std::string composed = text::composed(fileName);
+    for (const auto* index : {&presentIndex, &composedIndex}) {
+      const auto found = index->find(composed);
+      if (found != index->end())
+        return found->second;
+    }
+    return present.size();
+  };
 
   // Listed order first; names without a directory, and second mentions, are dropped.
   TreeReadProgress progress(present.size());
@@ -125,11 +143,11 @@ void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
     for (const XmlElement::Ptr& listed : listing->children(kNodeElement)) {
       if (!listed->hasAttribute(kNameAttribute))
         continue;
-      const auto found = presentIndex.find(escapeFileName(listed->attribute(kNameAttribute, "")));
-      if (found == presentIndex.end() || taken[found->second])
+      const size_t found = findPresent(escapeFileName(listed->attribute(kNameAttribute, "")));
+      if (found == present.size() || taken[found])
         continue;
-      taken[found->second] = true;
-      appendChildFromProject(present[found->second]);
+      taken[found] = true;
+      appendChildFromProject(present[found]);
       progress.childRead();
     }
   }

@@ -1,5 +1,6 @@
 #include <krboxlibrary/box_library_node.h>
 
+#include <zu/project/file_system.h>
 #include <zu/project/project_model.h>
 
 #include "refusal.h"
@@ -106,7 +107,17 @@ std::string BoxLibraryNode::unNumberName(const std::string& name) {
 }
 
 bool BoxLibraryNode::isUsableName(const std::string& name) {
-  return !unNumberName(name).empty();
+  return nameRefusal(name).empty();
+}
+
+std::string BoxLibraryNode::nameRefusal(const std::string& name) {
+  // The number goes when the name is taken, so the base is what names the directory.
+  const std::string base = unNumberName(name);
+  if (base.empty())
+    return "it is empty without its number";
+  if (zu::project::isForeignMetadata(escapeFileName(base)))
+    return "that name is kept for version control's own files";
+  return std::string();
 }
 
 void BoxLibraryNode::initName(const std::string& name) {
@@ -130,7 +141,7 @@ void BoxLibraryNode::initName(const std::string& name) {
 void BoxLibraryNode::setName(const std::string& name) {
   // An empty name would make the node's directory its parent's.
   if (!isUsableName(name)) {
-    refusal::warn("setName", "Refused the name \"" + name + "\": it is empty without its number");
+    refusal::warn("setName", "Refused the name \"" + name + "\": " + nameRefusal(name));
     return;
   }
   if (!m_parent) {

@@ -24,6 +24,16 @@ inline std::string toLatin1(const QString& text) {
   return std::string(text.toLatin1().constData());
 }
 
+// Names compare after Unicode normalisation: macOS stores the decomposed form (NFD) of a
+// name that other systems store composed (NFC). ASCII is the same in both, and costs nothing.
+inline std::string composed(const std::string& name) {
+  for (const char c : name) {
+    if (static_cast<unsigned char>(c) >= 0x80)
+      return toUtf8(fromUtf8(name).normalized(QString::NormalizationForm_C));
+  }
+  return name;
+}
+
 // A project directory as the prefix of its entries' paths: "" (the top) stays "".
 inline QString asDirectory(const QString& path) {
   return path.isEmpty() ? path : path + QLatin1Char('/');

@@ -10,6 +10,7 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 
+#include <algorithm>
 #include <limits>
 #include <stdexcept>
 
@@ -91,6 +92,24 @@ const std::vector<Command>& commands() {
 
 namespace {
 
+// The child named name, or else one whose name is the same text in another Unicode normal
+// form: macOS stores names decomposed, and a user types them composed.
+KR::BoxLibraryNode* childNamed(KR::BoxLibraryNode* node, const std::string& name) {
+  if (KR::BoxLibraryNode* child = node->child(name))
+    return child;
+  if (std::all_of(name.begin(), name.end(), [](char c) { return (c & 0x80) == 0; }))
+    return nullptr;
+  const auto composed = [](const std::string& text) {
+    return QString::fromUtf8(text.c_str()).normalized(QString::NormalizationForm_C);
+  };
+  const QString wanted = composed(name);
+  for (KR::BoxLibraryNode* child : node->childList()) {
+    if (composed(child->name()) == wanted)
+      return child;
+  }
+  return nullptr;
+}
+
 // Finds the child path[i..] names below node. A display name may itself contain "/", so
 // the parts are joined again where no child of the shorter name leads on.
 KR::BoxLibraryNode* findBelow(KR::BoxLibraryNode* node, const std::vector<std::string>& parts,
@@ -100,7 +119,7 @@ KR::BoxLibraryNode* findBelow(KR::BoxLibraryNode* node, const std::vector<std::s
   std::string name;
   for (std::size_t j = i; j < parts.size(); ++j) {
     name += (j == i ? "" : "/") + parts[j];
-    if (KR::BoxLibraryNode* child = node->child(name)) {
+    if (KR::BoxLibraryNode* child = childNamed(node, name)) {
       if (KR::BoxLibraryNode* found = findBelow(child, parts, j + 1))
         return found;
     }
@@ -131,11 +150,12 @@ std::unique_ptr<KR::BoxLibrary> openLibrary(const std::string& path, bool readOn
     throw std::runtime_error("no library path given");
   // Absolute, so that "." is titled by the directory's name.
   const QString absolute = localPath(path);
-  // A library that cannot be opened is logged and left empty: the log record is the error.
-  const FailureCapture capture;
+  const FailureCapture quiet;  // the failure is told below, once
   const ProgressLine progress("opening");
   auto library = std::make_unique<KR::BoxLibrary>(absolute, readOnly);
-  capture.check();
+  if (!library->loadError().isEmpty())
+    throw std::runtime_error("cannot open \"" + path + "\": " +
+                             library->loadError().toUtf8().toStdString());
   return library;
 }
 

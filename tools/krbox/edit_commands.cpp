@@ -85,11 +85,10 @@ int parseIndex(const std::string& text, int last, const std::string& folderPath)
   return index;
 }
 
-// A name empty without its trailing " (N)" would give the node its parent's directory.
 void refuseName(const std::string& name, const char* what) {
-  if (!KR::BoxLibraryNode::isUsableName(name))
-    throw std::runtime_error(std::string(what) + " \"" + name +
-                             "\" is no name: it is empty without its number");
+  const std::string why = KR::BoxLibraryNode::nameRefusal(name);
+  if (!why.empty())
+    throw std::runtime_error(std::string(what) + " \"" + name + "\" is no name: " + why);
 }
 
 bool isWithin(const KR::BoxLibraryNode* node, const KR::BoxLibraryNode* ancestor) {
