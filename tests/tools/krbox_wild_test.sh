@@ -127,15 +127,28 @@ fresh aes && (cd "$src" && 7zz a -tzip -mem=AES256 -psecret -bso0 -bsp0 "../Robo
 refused aes "aes/Robot Basics.lbf" '[^"]*[^/"]' "is encrypted (unrecognized file format)"
 fresh backslash && mkzip "$case_dir/Robot Basics.lbf" "$src" ZIP_DEFLATED files backslash
 refused backslash "backslash/Robot Basics.lbf" 'Motions\\Postures\\Crouch\\box\.bxd' "has a backslash (corrupted file format)"
+# A damaged entry (one byte of a stored box file flipped) is never taken for a missing file.
+fresh damaged && mkzip "$case_dir/Robot Basics.lbf" "$src" ZIP_STORED files
+python3 - "$case_dir/Robot Basics.lbf" <<'EOF'
+import struct, sys, zipfile
+with open(sys.argv[1], "r+b") as f:
+    info = zipfile.ZipFile(f).getinfo("Motions/Postures/Crouch/box.bxd")
+    f.seek(info.header_offset + 26)
+    at = info.header_offset + 30 + sum(struct.unpack("<HH", f.read(4))) + 40
+    f.seek(at); byte = f.read(1)[0]; f.seek(at); f.write(bytes([byte ^ 0xff]))
+EOF
+refused damaged "damaged/Robot Basics.lbf" 'Motions/Postures/Crouch/box\.bxd' \
+  "could not be read: CRC error (corrupted file format)"
 
 # 4. Everything under one folder, as zipping the library's directory gives.
 fresh wrapped && mv "$src" "$case_dir/Robot Basics"
-(cd "$case_dir" && zip -qr wrapped.lbf "Robot Basics" && 7zz a -tzip -bso0 -bsp0 wrapped7.lbf "Robot Basics")
-for archive in "$case_dir/wrapped.lbf" "$case_dir/wrapped7.lbf"; do
+(cd "$case_dir" && zip -qr wrapped.lbf "Robot Basics" && 7zz a -tzip -bso0 -bsp0 wrapped7.lbf "Robot Basics" &&
+  tar czf wrapped.tgz "Robot Basics")
+for archive in "$case_dir/wrapped.lbf" "$case_dir/wrapped7.lbf" "$case_dir/wrapped.tgz"; do
   run show "$archive" "Motions/Dances/Party/Robot Dance"
   diff -u "$expected_show" "$work/out" >&2 || fail "wrapped: show on $archive differs from $expected_show: exit $status $(cat "$work/err")"
   readable wrapped "$archive"
-  unzip -Z1 "$archive" | grep -v '^Robot Basics/' | grep . >&2 && fail "wrapped: entries left the folder in $archive"
+  bsdtar -tf "$archive" | grep -v '^Robot Basics/' | grep . >&2 && fail "wrapped: entries left the folder in $archive"
 done
 
 # 5. What the Finder and Explorer leave is no part of the library, and goes on saving.
