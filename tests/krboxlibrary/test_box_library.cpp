@@ -73,12 +73,16 @@ TEST(BoxLibrary, OpeningFailuresAreLoggedAndLeaveAnEmptyLibrary) {
                          testutil::ArchiveKind::Zip);
   testutil::truncateFile(corrupt, 200);
 
-  const std::pair<QString, std::string> cases[] = {{missing, "\": no such file or directory."},
-                                                   {text, "\": unrecognized file format."},
-                                                   {corrupt, "\": corrupted file format."}};
-  for (const auto& [path, tail] : cases) {
+  const std::tuple<QString, std::string, QString> cases[] = {
+      {missing, "\": no such file or directory.", "no such file or directory"},
+      {text, "\": unrecognized file format.",
+       "Unrecognized archive format (unrecognized file format)"},
+      // The reader's own words come first, then the kind of failure.
+      {corrupt, "\": corrupted file format.", ") (corrupted file format)"}};
+  for (const auto& [path, tail, reason] : cases) {
     testutil::LogCapture log;
     BoxLibrary lib(path);
+    EXPECT_TRUE(lib.loadError().endsWith(reason)) << lib.loadError().toStdString();
     ASSERT_EQ(log.records().size(), 1u) << path.toStdString();
     const zu::log::Record& record = log.records().front();
     EXPECT_EQ(record.level, zu::log::LogLevel_Warning);

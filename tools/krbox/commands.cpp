@@ -150,12 +150,14 @@ std::unique_ptr<KR::BoxLibrary> openLibrary(const std::string& path, bool readOn
     throw std::runtime_error("no library path given");
   // Absolute, so that "." is titled by the directory's name.
   const QString absolute = localPath(path);
-  const FailureCapture quiet;  // the failure is told below, once
+  // The library also logs a failed open; its loadError() says it better, once.
+  const FailureCapture capture;
   const ProgressLine progress("opening");
   auto library = std::make_unique<KR::BoxLibrary>(absolute, readOnly);
   if (!library->loadError().isEmpty())
-    throw std::runtime_error("cannot open \"" + path + "\": " +
-                             library->loadError().toUtf8().toStdString());
+    throw std::runtime_error("cannot open \"" + path +
+                             "\": " + library->loadError().toUtf8().toStdString());
+  capture.check();
   return library;
 }
 
