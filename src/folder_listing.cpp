@@ -119,9 +119,8 @@ void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
   for (const QString& entry : entries) {
     present.push_back(text::toUtf8(entry));
     presentIndex.emplace(present.back(), present.size() - 1);
-    std::string composed = text::composed(present.back());
-    if (composed != present.back())
-      composedIndex.emplace(std::move(composed), present.size() - 1);
+    if (!text::isAscii(present.back()))
+      composedIndex.emplace(text::composed(present.back()), present.size() - 1);
   }
   const auto findPresent = [&](const std::string& fileName) {
     const auto exact = presentIndex.find(fileName);

@@ -26,12 +26,16 @@ inline std::string toLatin1(const QString& text) {
 
 // Names compare after Unicode normalisation: macOS stores the decomposed form (NFD) of a
 // name that other systems store composed (NFC). ASCII is the same in both, and costs nothing.
-inline std::string composed(const std::string& name) {
+inline bool isAscii(const std::string& name) {
   for (const char c : name) {
     if (static_cast<unsigned char>(c) >= 0x80)
-      return toUtf8(fromUtf8(name).normalized(QString::NormalizationForm_C));
+      return false;
   }
-  return name;
+  return true;
+}
+
+inline std::string composed(const std::string& name) {
+  return isAscii(name) ? name : toUtf8(fromUtf8(name).normalized(QString::NormalizationForm_C));
 }
 
 // A project directory as the prefix of its entries' paths: "" (the top) stays "".

@@ -1,151 +1,101 @@
 #include "zip_fallback.h"
 
-#include "archive_io.h"
-#include "source.h"
-
 #include <archive.h>
 #include <archive_entry.h>
 
-#include <algorithm>
+#include <memory>
 
 namespace zu {
 namespace project {
 namespace detail {
 
 namespace {
-// Box files and listings are small; what is larger is read when asked for.
-constexpr std::uint64_t kKeptEntryLimit = 1024 * 1024;
-constexpr std::uint64_t kKeptTotalLimit = 64 * 1024 * 1024;
 
-std::string reason(archive* a) {
-  const char* text = archive_error_string(a);
-  return text ? text : "unknown archive error";
+struct SourceFree {
+  void operator()(zip_source_t* source) const { zip_source_free(source); }
+};
+struct ReadFree {
+  void operator()(archive* a) const { archive_read_free(a); }
+};
+
+// A zip in memory holding just that entry, its data copied as stored.
+std::optional<std::string> singleEntryZip(zip_t* source, zip_uint64_t index, std::string& error) {
+  zip_error_t reason;
+  zip_error_init(&reason);
+  std::unique_ptr<zip_source_t, SourceFree> buffer(
+      zip_source_buffer_create(nullptr, 0, 0, &reason));
+  zip_t* single = buffer ? zip_open_from_source(buffer.get(), ZIP_TRUNCATE, &reason) : nullptr;
+  if (!single) {
+    error = zip_error_strerror(&reason);
+    zip_error_fini(&reason);
+    return std::nullopt;
+  }
+  zip_error_fini(&reason);
+  zip_source_keep(buffer.get());  // the archive would free it on closing
+  zip_source_t* data = zip_source_zip(single, source, index, ZIP_FL_COMPRESSED, 0, -1);
+  if (!data || zip_file_add(single, "entry", data, 0) < 0 || zip_close(single) != 0) {
+    error = zip_strerror(single);
+    if (data)
+      zip_source_free(data);
+    zip_discard(single);
+    return std::nullopt;
+  }
+  zip_stat_t info;
+  std::string bytes;
+  if (zip_source_open(buffer.get()) == 0) {
+    if (zip_source_stat(buffer.get(), &info) == 0 && (info.valid & ZIP_STAT_SIZE)) {
+      bytes.resize(static_cast<std::size_t>(info.size));
+      if (zip_source_read(buffer.get(), bytes.data(), info.size) !=
+          static_cast<zip_int64_t>(info.size))
+        bytes.clear();
+    }
+    zip_source_close(buffer.get());
+  }
+  if (bytes.empty()) {
+    error = zip_error_strerror(zip_source_error(buffer.get()));
+    return std::nullopt;
+  }
+  return bytes;
 }
+
 }  // namespace
 
-ZipFallback::ZipFallback(std::string archivePath) : m_path(std::move(archivePath)) {}
-
-ZipFallback::~ZipFallback() {
-  close();
-}
-
-bool ZipFallback::decompresses(int method) {
+bool fallbackDecompresses(int method) {
   // bzip2, LZMA, XZ and PPMd, as libarchive's zip reader knows them.
   return method == 12 || method == 14 || method == 95 || method == 98;
 }
 
-void ZipFallback::expect(const std::string& storedName, std::uint64_t size) {
-  m_expected[storedName].size = size;
-}
-
-bool ZipFallback::open(std::string& error) {
-  m_archive = archive_read_new();
-  if (!m_archive) {
-    error = "out of memory";
-    return false;
+std::optional<std::string> readThroughFallback(zip_t* source, zip_uint64_t index,
+                                               std::uint64_t size, std::string& error) {
+  const std::optional<std::string> single = singleEntryZip(source, index, error);
+  if (!single)
+    return std::nullopt;
+  std::unique_ptr<archive, ReadFree> reader(archive_read_new());
+  archive_entry* entry = nullptr;
+  if (!reader || archive_read_support_format_zip(reader.get()) != ARCHIVE_OK ||
+      archive_read_open_memory(reader.get(), single->data(), single->size()) != ARCHIVE_OK ||
+      archive_read_next_header(reader.get(), &entry) < ARCHIVE_WARN) {
+    error = reader && archive_error_string(reader.get()) ? archive_error_string(reader.get())
+                                                         : "not readable by libarchive";
+    return std::nullopt;
   }
-  // The seekable reader walks the central directory and seeks past what it skips.
-  archive_read_support_format_zip_seekable(m_archive);
-  if (archive_read_open_filename(m_archive, m_path.c_str(), 64 * 1024) != ARCHIVE_OK) {
-    error = reason(m_archive);
-    close();
-    return false;
-  }
-  return true;
-}
-
-void ZipFallback::close() {
-  if (m_archive)
-    archive_read_free(m_archive);
-  m_archive = nullptr;
-}
-
-std::optional<std::string> ZipFallback::readData(std::uint64_t size, std::string& error) {
-  std::string data;
-  data.reserve(static_cast<std::size_t>(std::min(size, kMaxFileSize)));
-  char buffer[64 * 1024];
+  std::string data(static_cast<std::size_t>(size) + 1, '\0');  // a byte more shows excess
+  std::size_t done = 0;
   for (;;) {
-    const la_ssize_t count = archive_read_data(m_archive, buffer, sizeof buffer);
+    const la_ssize_t count = archive_read_data(reader.get(), &data[done], data.size() - done);
     if (count < 0) {
-      error = reason(m_archive);  // a CRC mismatch, or damaged data
+      error = archive_error_string(reader.get());  // a checksum mismatch, or damaged data
       return std::nullopt;
     }
-    if (count == 0)
+    if (count == 0 || (done += static_cast<std::size_t>(count)) == data.size())
       break;
-    if (data.size() + static_cast<std::size_t>(count) > size) {
-      error = "more data than its header declares";
-      return std::nullopt;
-    }
-    data.append(buffer, static_cast<std::size_t>(count));
   }
-  if (data.size() != size) {
-    error = "less data than its header declares";
+  if (done != size) {
+    error = "its size differs from what its header declares";
     return std::nullopt;
   }
+  data.resize(done);
   return data;
-}
-
-std::optional<std::string> ZipFallback::read(const std::string& storedName, std::string& error) {
-  const auto wanted = m_expected.find(storedName);
-  if (wanted == m_expected.end()) {
-    error = "no such entry";
-    return std::nullopt;
-  }
-  if (wanted->second.kept) {
-    std::optional<std::string> bytes = std::move(wanted->second.kept);
-    wanted->second.kept.reset();
-    m_keptBytes -= bytes->size();
-    return bytes;
-  }
-  if (wanted->second.size > kMaxFileSize) {
-    error = "larger than a project file may be";
-    return std::nullopt;
-  }
-  const Utf8LocaleScope utf8;
-  // From where the last read stopped to the end, then once from the start.
-  bool fromStart = !m_archive;
-  for (;;) {
-    if (!m_archive && !open(error))
-      return std::nullopt;
-    archive_entry* entry = nullptr;
-    const int r = archive_read_next_header(m_archive, &entry);
-    if (r == ARCHIVE_EOF) {
-      close();
-      if (fromStart)
-        break;
-      fromStart = true;
-      continue;
-    }
-    if (r < ARCHIVE_WARN) {
-      error = reason(m_archive);
-      close();
-      return std::nullopt;
-    }
-    const char* name = archive_entry_pathname(entry);
-    const auto found = m_expected.find(name ? name : "");
-    if (found == wanted) {
-      std::optional<std::string> bytes = readData(wanted->second.size, error);
-      if (!bytes)
-        close();
-      return bytes;
-    }
-    Expected* other = found == m_expected.end() ? nullptr : &found->second;
-    if (other && !other->kept && !other->unkeepable && other->size <= kKeptEntryLimit &&
-        m_keptBytes + other->size <= kKeptTotalLimit) {
-      std::string ignored;  // it is read again, and its failure told, when asked for
-      other->kept = readData(other->size, ignored);
-      if (other->kept) {
-        m_keptBytes += other->size;
-      } else {
-        // The reader may be lost inside that entry: start over, passing it by.
-        other->unkeepable = true;
-        close();
-        fromStart = true;
-      }
-    }
-  }
-  error = "not found where its central directory says";
-  return std::nullopt;
 }
 
 }  // namespace detail

@@ -41,7 +41,10 @@ std::string methodName(zip_uint16_t method) {
   const char* name = nullptr;
   switch (method) {
     case 1: name = "Shrink"; break;
-    case 2: case 3: case 4: case 5: name = "Reduce"; break;
+    case 2:
+    case 3:
+    case 4:
+    case 5: name = "Reduce"; break;
     case 6: name = "Implode"; break;
     case 9: name = "Deflate64"; break;
     case 10: name = "PKWARE DCL Implode"; break;
@@ -128,7 +131,7 @@ ZipSource::ZipSource(const std::string& path) : m_path(path), m_stamp(stampAt(pa
         refuse(path, name, "is stored twice");
       entry.index = i;
       entry.size = (info.valid & ZIP_STAT_SIZE) ? info.size : 0;
-      entry.fallback = !dir && readsThroughFallback(static_cast<zip_uint64_t>(i), info, name);
+      entry.fallback = !dir && readsThroughFallback(info, name);
     }
     m_wrapper = findWrapper(list(std::string()), [this](const std::string& path) {
       const auto found = m_entries.find(path);
@@ -162,26 +165,22 @@ ZipSource::Entry& ZipSource::insert(const std::string& path, bool dir) {
   return found->second;
 }
 
-bool ZipSource::readsThroughFallback(zip_uint64_t index, const zip_stat_t& info,
-                                     const std::string& name) {
+bool ZipSource::readsThroughFallback(const zip_stat_t& info, const std::string& name) {
   // Refused at once: read as missing, the entry would be lost by the first save.
   if ((info.valid & ZIP_STAT_ENCRYPTION_METHOD) && info.encryption_method != ZIP_EM_NONE)
     throw UnsupportedFormat(m_path + ": entry \"" + name + "\" is encrypted");
   if (!(info.valid & ZIP_STAT_COMP_METHOD) || zip_compression_method_supported(info.comp_method, 0))
     return false;
-  if (!ZipFallback::decompresses(info.comp_method))
+  if (!fallbackDecompresses(info.comp_method))
     throw UnsupportedFormat(m_path + ": entry \"" + name + "\" is compressed with " +
                             methodName(info.comp_method) + ", which cannot be read");
-  if (!m_fallback)
-    m_fallback = std::make_unique<ZipFallback>(m_path);
-  m_fallback->expect(zip_get_name(m_archive, index, ZIP_FL_ENC_RAW), info.size);
   return true;
 }
 
 const ZipSource::Entry* ZipSource::find(const std::string& path) const {
-  const auto found = m_entries.find(m_wrapper.empty() ? path
-                                    : path.empty()    ? m_wrapper
-                                                      : m_wrapper + '/' + path);
+  const auto found = m_wrapper.empty() ? m_entries.find(path)
+                     : path.empty()    ? m_entries.find(m_wrapper)
+                                       : m_entries.find(m_wrapper + '/' + path);
   return found == m_entries.end() ? nullptr : &found->second;
 }
 
@@ -222,7 +221,7 @@ std::optional<std::string> ZipSource::readEntry(const Entry& entry, std::string&
   }
   const auto index = static_cast<zip_uint64_t>(entry.index);
   if (entry.fallback)
-    return m_fallback->read(zip_get_name(m_archive, index, ZIP_FL_ENC_RAW), error);
+    return readThroughFallback(m_archive, index, entry.size, error);
   zip_file_t* file = zip_fopen_index(m_archive, index, 0);
   if (!file) {
     error = zip_strerror(m_archive);

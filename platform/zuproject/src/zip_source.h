@@ -28,8 +28,8 @@ public:
   /// tool's metadata are left out; entries libzip cannot decompress are read through
   /// libarchive. Throws NotZip when the file is no zip libzip can open (the caller then
   /// tries other forms), UnsupportedFormat when it holds an entry neither can read
-  /// (encrypted, or in another method), CorruptedFile for a damaged one or a hostile entry, PathNotFound or
-  /// Exception when it cannot be read.
+  /// (encrypted, or in another method), CorruptedFile for a damaged one or a hostile entry,
+  /// PathNotFound or Exception when it cannot be read.
   explicit ZipSource(const std::string& path);
   ~ZipSource() override;
 
@@ -59,7 +59,7 @@ private:
   // The entry a project path names, below the wrapper; null when none.
   const Entry* find(const std::string& path) const;
   // Refuses an entry no reader here can decompress; true for one libarchive reads.
-  bool readsThroughFallback(zip_uint64_t index, const zip_stat_t& info, const std::string& name);
+  bool readsThroughFallback(const zip_stat_t& info, const std::string& name);
   std::optional<std::string> readEntry(const Entry& entry, std::string& error);
 
   std::string m_path;
@@ -68,7 +68,6 @@ private:
   std::mutex m_mutex;
   std::unordered_map<std::string, Entry> m_entries;
   std::string m_wrapper;
-  std::unique_ptr<ZipFallback> m_fallback;
 };
 
 }  // namespace detail
