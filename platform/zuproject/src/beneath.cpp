@@ -247,7 +247,7 @@ bool removeContents(int dirFd) {
     const char* name = entry->d_name;
     if (std::string(name) == "." || std::string(name) == "..")
       continue;
-    if (::unlinkat(dirFd, name, 0) == 0)
+    if (io::unlinkAt(dirFd, name, 0) == 0)
       continue;
     const int child = ::openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (child < 0) {
@@ -256,7 +256,7 @@ bool removeContents(int dirFd) {
     }
     ok = removeContents(child) && ok;
     ::close(child);
-    ok = ::unlinkat(dirFd, name, AT_REMOVEDIR) == 0 && ok;
+    ok = io::unlinkAt(dirFd, name, AT_REMOVEDIR) == 0 && ok;
   }
   ::closedir(stream);
   return ok;
@@ -271,14 +271,14 @@ bool Beneath::removeTree(const std::string& path) {
     return false;
   forget();
   const int again = dir(parentPath);
-  if (::unlinkat(again, name.c_str(), 0) == 0 || errno == ENOENT)
+  if (io::unlinkAt(again, name.c_str(), 0) == 0 || errno == ENOENT)
     return true;
   const int child = openChild(again, name);
   if (child < 0)
     return false;
   const bool emptied = removeContents(child);
   ::close(child);
-  return emptied && (::unlinkat(again, name.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT);
+  return emptied && (io::unlinkAt(again, name.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT);
 }
 
 bool writeAll(int fd, const char* data, std::size_t size) {

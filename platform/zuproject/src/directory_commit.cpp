@@ -108,7 +108,7 @@ bool apply(Beneath& files, int pending, const std::vector<Op>& ops) {
     if (op.logged() && done.count(i))
       continue;
     if (unsynced && !op.logged()) {
-      ::fdatasync(logFd);
+      io::sync(logFd, true);
       unsynced = false;
     }
     const std::string& target = op.type == 'M' || op.type == 'P' ? op.second : op.first;
@@ -119,7 +119,7 @@ bool apply(Beneath& files, int pending, const std::vector<Op>& ops) {
       case 'R': stepOk = files.removeTree(target) || files.kind(target) == Kind::None; break;
       case 'A': {
         const int from = files.dir(parent);
-        stepOk = from >= 0 && (::renameat(from, name.c_str(), pending, op.second.c_str()) == 0 ||
+        stepOk = from >= 0 && (io::renameAt(from, name.c_str(), pending, op.second.c_str()) == 0 ||
                                errno == ENOENT);
         files.forget();
         break;
@@ -130,7 +130,7 @@ bool apply(Beneath& files, int pending, const std::vector<Op>& ops) {
           const int to = files.dir(parent);
           // A link the source had there is replaced, never followed.
           if (to >= 0 && op.type == 'M' && files.kind(target) == Kind::None)
-            ::unlinkat(to, name.c_str(), 0);
+            io::unlinkAt(to, name.c_str(), 0);
           stepOk = to >= 0 && io::renameAt(pending, op.first.c_str(), to, name.c_str()) == 0;
           files.forget();
         }
@@ -152,13 +152,13 @@ bool apply(Beneath& files, int pending, const std::vector<Op>& ops) {
   // The renames must be on disk before the record goes; past a few directories one
   // filesystem flush is cheaper than one per directory.
   if (changedDirs.size() > 8) {
-    ::syncfs(files.rootFd());
+    io::syncFs(files.rootFd());
     return ok;
   }
   for (const std::string& dir : changedDirs) {
     const int fd = files.dir(dir);
     if (fd >= 0)
-      ::fsync(fd);
+      io::sync(fd);
   }
   return ok;
 }
@@ -180,10 +180,15 @@ int openPending(int root, bool create) {
 }
 
 void closePending(int root, int pending) {
-  removeContents(pending);
-  ::unlinkat(root, kPendingName, AT_REMOVEDIR);
+  // The record goes first, and for good: a record left without its done-log would replay
+  // the save's removals over what the save made. Should it stay, so does the log.
+  const bool unrecorded = io::unlinkAt(pending, kRecord, 0) == 0 || errno == ENOENT;
+  if (unrecorded && io::sync(pending) == 0) {
+    removeContents(pending);
+    io::unlinkAt(root, kPendingName, AT_REMOVEDIR);
+  }
   ::close(pending);
-  ::fsync(root);
+  io::sync(root);
 }
 
 // The first directory at path, or with tree at or below it, that its user cannot write;
@@ -483,7 +488,7 @@ void Planner::run() {
   // From here on the save is made, now or by the next load.
   const int root = m_files.rootFd();
   const bool ok = apply(m_files, m_pending, m_ops);
-  ::fsync(root);
+  io::sync(root);
   if (!ok) {
     // The record stays, so that the next open finishes the save rather than leave a mix.
     ::close(m_pending);
@@ -504,7 +509,8 @@ void Planner::refuseUnwritable() {
     const std::string& target = op.type == 'M' || op.type == 'P' ? op.second : op.first;
     const auto [parent, name] = splitLast(target);
     std::string locked = lockedTree(m_files, parent, false);
-    if (locked.empty() && m_files.kind(target) == Kind::File && !writableAt(m_files.dir(parent), name))
+    if (locked.empty() && m_files.kind(target) == Kind::File &&
+        !writableAt(m_files.dir(parent), name))
       locked = target;
     if (locked.empty() && (op.type == 'R' || op.type == 'A') && m_files.kind(target) == Kind::Dir)
       locked = lockedTree(m_files, target, true);

@@ -2,11 +2,14 @@
 
 #include <fcntl.h>
 #include <unistd.h>
-#include <atomic>
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <mutex>
 #include <string>
 
 namespace zu {
@@ -16,21 +19,19 @@ namespace io {
 
 namespace {
 
-enum Kind { Open, Write, Flush, Close, Rename, Kinds };
+enum Kind { Open, Write, Flush, Close, Rename, Unlink, Kinds };
+enum Action { Fail, Kill };
 
 struct Fault {
   int kind = -1;
   long call = 0;
   int error = ENOSPC;
+  Action action = Fail;
 };
 
-Fault readFault() {
+Fault parseFault(const std::string& setting) {
   Fault fault;
-  const char* text = std::getenv("ZUPROJECT_FAULT");
-  if (!text || !*text)
-    return fault;
-  static const char* const kNames[Kinds] = {"open", "write", "flush", "close", "rename"};
-  const std::string setting = text;
+  static const char* const kNames[Kinds] = {"open", "write", "flush", "close", "rename", "unlink"};
   const std::size_t colon = setting.find(':');
   for (int kind = 0; kind < Kinds; ++kind) {
     if (setting.compare(0, colon, kNames[kind]) == 0)
@@ -40,15 +41,28 @@ Fault readFault() {
     fault.call = std::strtol(setting.c_str() + colon + 1, nullptr, 10);
   if (setting.find(":eio") != std::string::npos)
     fault.error = EIO;
+  if (setting.find(":kill") != std::string::npos)
+    fault.action = Kill;
   return fault;
 }
 
 // Whether this call of kind is the one to fail; errno is set when it is.
 bool fails(Kind kind) {
-  static const Fault fault = readFault();
-  static std::atomic<long> calls[Kinds];
+  static std::mutex mutex;
+  static std::string setting;
+  static Fault fault;
+  static long calls[Kinds];
+  const char* text = std::getenv("ZUPROJECT_FAULT");
+  std::lock_guard<std::mutex> lock(mutex);
+  if (setting != (text ? text : "")) {
+    setting = text ? text : "";
+    fault = parseFault(setting);
+    std::fill(std::begin(calls), std::end(calls), 0);
+  }
   if (fault.kind != kind || ++calls[kind] != fault.call)
     return false;
+  if (fault.action == Kill)
+    ::raise(SIGKILL);
   errno = fault.error;
   return true;
 }
@@ -89,6 +103,10 @@ int renameAt(int fromDirFd, const char* from, int toDirFd, const char* to) {
 
 int rename(const char* from, const char* to) {
   return fails(Rename) ? -1 : std::rename(from, to);
+}
+
+int unlinkAt(int dirFd, const char* name, int flags) {
+  return fails(Unlink) ? -1 : ::unlinkat(dirFd, name, flags);
 }
 
 }  // namespace io

@@ -4,11 +4,13 @@
 // The system calls through which the project model writes files on disk (in a library, in
 // scratch, in an export), each checked by its callers. Not installed.
 //
-// Test hook: the environment variable ZUPROJECT_FAULT="KIND:N[:eio]" makes the N-th call
-// (counted from 1 in the process) of one KIND fail with ENOSPC, or EIO with ":eio". KIND is
-// one of open (opening a file for writing), write, flush (fsync, fdatasync, syncfs), close
-// (of a written file) and rename. It is read once, at the first call; tests of failing
-// disks set it for a child process. Without it every call goes straight to the system.
+// Test hook: the environment variable ZUPROJECT_FAULT="KIND:N[:eio|:kill]" makes the N-th
+// call (counted from 1) of one KIND fail with ENOSPC, or EIO with ":eio", or kills the
+// process with SIGKILL just before it with ":kill". KIND is one of open (opening a file
+// for writing), write, flush (fsync, fdatasync, syncfs), close (of a written file), rename
+// and unlink (of a file or a directory). The setting is looked at in every call, and a new
+// one starts the count again, so a test may set it right before the operation it aims at
+// (in a child process for ":kill"). Without it every call goes straight to the system.
 
 #include <sys/types.h>
 
@@ -31,6 +33,8 @@ int close(int fd);
 int renameAt(int fromDirFd, const char* from, int toDirFd, const char* to);
 /// rename() of two paths on disk.
 int rename(const char* from, const char* to);
+/// unlinkat(), of a file or (with AT_REMOVEDIR) an empty directory.
+int unlinkAt(int dirFd, const char* name, int flags);
 
 }  // namespace io
 }  // namespace detail
