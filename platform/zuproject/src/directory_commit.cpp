@@ -259,6 +259,14 @@ bool Planner::movable(const std::string& path, const Node& node) const {
   const Place seen = m_changes.resolve(origin);
   if (seen.under.get() == &m_source && seen.underPath == origin)
     return false;
+  // A copy in scratch of a folder around the origin is written back against the origin.
+  for (std::string above = origin;; above = splitLast(above).first) {
+    const auto found = m_changes.nodes().find(above);
+    if (found != m_changes.nodes().end() && !found->second.local.empty())
+      return false;
+    if (above.empty())
+      break;
+  }
   for (const auto& [other, otherNode] : m_changes.nodes()) {
     if (other != path && otherNode.from.get() == &m_source &&
         (isWithin(otherNode.fromPath, origin) || isWithin(origin, otherNode.fromPath)))

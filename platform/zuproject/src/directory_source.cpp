@@ -86,7 +86,14 @@ FILE* DirectorySource::open(const std::string& path) {
 
 std::vector<Listed> DirectorySource::list(const std::string& dir) {
   std::lock_guard<std::recursive_mutex> lock(m_mutex);
-  return m_files->list(dir);
+  std::vector<Listed> entries = m_files->list(dir);
+  // A file listed was seen: removing it later with its folder is no conflict.
+  for (const Listed& entry : entries) {
+    const std::string path = joinPath(dir, entry.name);
+    if (!entry.dir && !m_stamps.count(path))
+      note(path, m_files->status(path));
+  }
+  return entries;
 }
 
 void DirectorySource::forget() {

@@ -137,16 +137,18 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
   // Held from the check of what others changed to the end of the write.
   std::optional<SourceLock> lock;
   if (atSource && format == d->sourceFormat && changes.source()) {
-    if (changes.empty())
+    // Once another save of this process replaced the source, this view is written whole.
+    const bool outdated = changes.source()->outdated();
+    if (changes.empty() && !outdated)
       return;  // the source already is what the model shows
     lock.emplace(d->sourcePath, kLockWaitMs);
     if (auto* directory = dynamic_cast<DirectorySource*>(changes.source().get());
-        directory && format == ArchiveFormat_Directory) {
+        directory && format == ArchiveFormat_Directory && !outdated) {
       commitToDirectory(changes, *directory);
       return;
     }
     if (const std::vector<std::string> changed = changes.source()->changedOnDisk();
-        !changed.empty())
+        !changed.empty() && !(outdated && dynamic_cast<DirectorySource*>(changes.source().get())))
       throw Conflict(changed.front() +
                      ": changed by another writer since read, so nothing was saved");
   } else {
@@ -156,21 +158,26 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
     if (!fs::is_directory(target.parent_path(), error))
       throw PathNotFound(target.parent_path().string());
   }
-  // Other models reading the directory about to be replaced keep what they see.
-  if (atSource && d->sourceFormat == ArchiveFormat_Directory) {
-    for (Changes* holder : changes.source()->holders()) {
-      if (holder != &changes)
-        holder->preserve(changes.source().get(), {std::string()});
+  // Other models reading what is about to be replaced keep what they see: a directory's
+  // files go, so they take them first; a zip stays open where they read it.
+  const std::vector<std::shared_ptr<Source>> readers = sourcesAt(target.native());
+  for (const std::shared_ptr<Source>& reader : readers) {
+    if (dynamic_cast<DirectorySource*>(reader.get())) {
+      for (Changes* holder : reader->holders()) {
+        if (holder != &changes)
+          holder->preserve(reader.get(), {std::string()});
+      }
     }
+    reader->markOutdated();
   }
   // Back to the same archive, a folder that wraps the project stays.
   const std::string wrapper =
       atSource && format == d->sourceFormat && changes.source() ? changes.source()->wrapper()
                                                                 : std::string();
   writeWhole(changes, target, format, wrapper);
-  // A copy sharing the old source saves over this save as its own.
-  if (atSource && changes.source())
-    changes.source()->settle({});
+  // A model reading there saves over this save as its own, not as another writer's.
+  for (const std::shared_ptr<Source>& reader : readers)
+    reader->settle({});
   changes.reset(openSource(target, format));
   d->sourcePath = fromDiskPath(target);
   d->sourceFormat = format;
@@ -191,7 +198,8 @@ QString ProjectModel::readFailure() const {
 
 bool ProjectModel::sourceChanged() const {
   const std::shared_ptr<Source>& source = d->changes->source();
-  return source && !d->sourcePath.isEmpty() && !source->changedOnDisk().empty();
+  return source && !d->sourcePath.isEmpty() &&
+         (source->outdated() || !source->changedOnDisk().empty());
 }
 
 QString ProjectModel::getMetadata(const QString& key) const {
@@ -281,8 +289,11 @@ void ProjectModel::move(const QString& from, const QString& to, bool overwrite) 
     throw PathNotFound(toUtf8(from));
   if (source == target)
     return;
+  // As a file manager would: nothing goes into itself, and nothing replaces what holds it.
   if (isWithin(target, source))
     throw Exception("Could not move " + source + " into itself");
+  if (isWithin(source, target))
+    throw Exception("Could not move " + source + " onto " + target + ", which holds it");
   if (d->kind(target) != Kind::None) {
     if (!overwrite)
       throw Exception("Could not move " + source + ": " + target + " already exists");
@@ -304,9 +315,16 @@ void ProjectModel::importFile(const ProjectModel* source, const QString& sourceP
   if (source == this) {
     if (from == to)
       return;
-    if (kind == Kind::Dir && isWithin(to, from))
+    // The copy would replace or fill what it is read from.
+    if (isWithin(to, from))
       throw Exception("Could not copy " + from + " into itself");
+    if (isWithin(from, to))
+      throw Exception("Could not copy " + from + " onto " + to + ", which holds it");
   }
+  if (to.empty() && kind == Kind::Dir &&
+      source->d->kind(joinPath(from, kPendingName)) != Kind::None)
+    throw Exception("Could not import " + from + ": it holds " + kPendingName +
+                    ", a name the project keeps for its saves");
   const Kind existing = d->kind(to);
   if (existing != Kind::None) {
     if (!overwrite)

@@ -11,6 +11,7 @@
 
 #include <sys/stat.h>
 #include <algorithm>
+#include <map>
 
 namespace zu {
 namespace project {
@@ -90,7 +91,10 @@ std::string findWrapper(const std::vector<Listed>& top,
   return std::string();
 }
 
-std::shared_ptr<Source> openSource(const fs::path& path, ArchiveFormat format) {
+namespace {
+
+// The source at an absolute path, not yet registered.
+std::shared_ptr<Source> openAt(const fs::path& path, ArchiveFormat format) {
   struct stat info;
   if (path.empty() || ::stat(path.c_str(), &info) != 0)
     throw PathNotFound(path.string());
@@ -127,6 +131,35 @@ std::shared_ptr<Source> openSource(const fs::path& path, ArchiveFormat format) {
   });
   return std::make_shared<DirectorySource>((wrapper.empty() ? root : root / wrapper).native(),
                                            extracted, std::move(scratch), wrapper);
+}
+
+// The sources opened in this process, by path: a save that replaces a path wholesale must
+// reach every model reading there.
+std::mutex openedMutex;
+std::multimap<std::string, std::weak_ptr<Source>> opened;
+
+std::shared_ptr<Source> registered(const fs::path& path, std::shared_ptr<Source> source) {
+  std::lock_guard<std::mutex> lock(openedMutex);
+  for (auto it = opened.begin(); it != opened.end();)
+    it = it->second.expired() ? opened.erase(it) : std::next(it);
+  opened.emplace(path.native(), source);
+  return source;
+}
+
+}  // namespace
+
+std::vector<std::shared_ptr<Source>> sourcesAt(const std::string& path) {
+  std::lock_guard<std::mutex> lock(openedMutex);
+  std::vector<std::shared_ptr<Source>> sources;
+  for (auto [it, end] = opened.equal_range(path); it != end; ++it) {
+    if (std::shared_ptr<Source> source = it->second.lock())
+      sources.push_back(std::move(source));
+  }
+  return sources;
+}
+
+std::shared_ptr<Source> openSource(const fs::path& path, ArchiveFormat format) {
+  return registered(path, openAt(path, format));
 }
 
 }  // namespace detail

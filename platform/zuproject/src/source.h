@@ -7,6 +7,7 @@
 #include <zu/project/archive_format.h>
 
 #include <sys/stat.h>
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -85,6 +86,12 @@ public:
   /// archive's top; a save back to the same archive keeps it.
   virtual std::string wrapper() const { return std::string(); }
 
+  /// Whether a save of this process replaced the files at the source's path wholesale since
+  /// it was opened: the models reading it took what they show into their own changes, and
+  /// write it whole when they save (the last save in the process wins).
+  bool outdated() const { return m_outdated; }
+  void markOutdated() { m_outdated = true; }
+
   /// The first file that is there but could not be read (damaged, or unreadable), with the
   /// reason; "" while every read succeeded. A view that met one is no longer whole.
   std::string readFailure() const;
@@ -102,7 +109,11 @@ private:
   mutable std::mutex m_holdersMutex;
   std::vector<Changes*> m_holders;
   std::string m_readFailure;  // guarded by m_holdersMutex
+  std::atomic<bool> m_outdated{false};
 };
+
+/// The live sources of this process opened at an absolute disk path.
+std::vector<std::shared_ptr<Source>> sourcesAt(const std::string& path);
 
 /// The folder that wraps a project in an archive: the only directory at the archive's top,
 /// beside nothing but desktop files, when the top holds none of a project's own top files

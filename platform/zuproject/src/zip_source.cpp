@@ -137,6 +137,8 @@ ZipSource::ZipSource(const std::string& path) : m_path(path), m_stamp(stampAt(pa
       const auto found = m_entries.find(path);
       return found != m_entries.end() && !found->second.dir;
     });
+    if (!m_wrapper.empty() && m_entries.count(m_wrapper + '/' + kPendingName))
+      refuse(path, m_wrapper + '/' + kPendingName, "has a reserved name");
   } catch (...) {
     zip_discard(m_archive);
     throw;

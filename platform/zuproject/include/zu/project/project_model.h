@@ -89,10 +89,13 @@ public:
   void mkdir(const QString& path, bool parents);
   /// Removes a file or a whole tree; PathNotFound when absent. Removing "" empties the project.
   void remove(const QString& path);
-  /// Moves a file or a tree inside the project, creating the target's parents.
+  /// Moves a file or a tree inside the project, creating the target's parents. As in a file
+  /// manager, a move into itself or onto a folder that holds it is refused, changing nothing.
   void move(const QString& from, const QString& to, bool overwrite);
   /// Copies a file or a tree from source (which may be this model) to destinationPath.
   /// With overwrite true, a tree is merged into an existing directory, files replaced.
+  /// Within this model, a copy into itself or onto a folder that holds it is refused, as is
+  /// a tree that would bring the name ".zuproject-pending" to the top; nothing changes then.
   void importFile(const ProjectModel* source, const QString& sourcePath,
                   const QString& destinationPath, bool overwrite);
   /// Copies a file or a tree of the project to diskPath, whose parent must exist.
