@@ -47,14 +47,16 @@ public:
   /// (".metadata", "lbfinfo"), is read as the project inside that folder.
   void load(const QString& path, ArchiveFormat format);
   /// Writes the project to path ("" is the source path) in format (Current keeps the current
-  /// form, Auto chooses by file name); back to the same archive, a wrapping folder stays.
-  /// Throws CorruptedFile, writing nothing, when a file of the source could not be read. The previous file or directory at path is replaced
-  /// only once the new one is complete. Throws when path exists and overwrite is false, and
-  /// when path is inside the source or holds it (a copy of a project into itself).
-  /// Back to the source it holds the source's SourceLock (waiting up to 10 s, else Busy)
-  /// and throws Conflict, writing nothing, when another writer changed a file it would
-  /// replace or remove (or the archive) since the model read it; files it leaves alone may
-  /// have changed.
+  /// form, Auto chooses by file name); back to the same archive, a wrapping folder stays. The
+  /// previous file or directory at path is replaced only once the new one is complete, and
+  /// every other model of this process reading there keeps what it shows. Throws when path
+  /// exists and overwrite is false, when path is inside the source or holds it (a copy of a
+  /// project into itself), and CorruptedFile, writing nothing, when a file of the source
+  /// could not be read. Back to the source it holds the source's SourceLock (waiting up to
+  /// 10 s, else Busy) and throws Conflict, writing nothing, when another writer changed a
+  /// file it would replace or remove (or the archive) since the model read it; files it
+  /// leaves alone may have changed. Once another model of this process (a copy, say) saved
+  /// over the source, this one's save writes its whole view: the last save wins.
   void save(const QString& path, ArchiveFormat format, bool overwrite);
 
   /// The path the project was loaded from or last saved to; empty for a new project.
@@ -65,8 +67,9 @@ public:
   /// file its user may not read), with the reason; "" while every read succeeded. Such a
   /// model does not read whole, and refuses to save.
   QString readFailure() const;
-  /// Whether another writer changed the source since the model read it (a file it read, or
-  /// the archive). load() of getSourcePath() takes their changes and drops the model's own.
+  /// Whether another writer, or another model of this process, changed the source since the
+  /// model read it (a file it read, or the archive). load() of getSourcePath() takes their
+  /// changes and drops the model's own.
   bool sourceChanged() const;
 
   /// A metadata value; "" when unset.
