@@ -56,7 +56,8 @@ Changes::Changes(std::shared_ptr<Source> source) {
   reset(std::move(source));
 }
 
-Changes::Changes(const Changes& other) : m_source(other.m_source), m_nodes(other.m_nodes) {
+Changes::Changes(const Changes& other)
+    : m_source(other.m_source), m_nodes(other.m_nodes), m_overwritten(other.m_overwritten) {
   for (const std::shared_ptr<Source>& source : other.m_attached)
     attach(source);
   for (auto& [path, node] : m_nodes) {
@@ -82,6 +83,7 @@ void Changes::attach(const std::shared_ptr<Source>& source) {
 
 void Changes::reset(std::shared_ptr<Source> source) {
   eraseBelow(std::string());
+  m_overwritten = false;
   for (const std::shared_ptr<Source>& attached : m_attached)
     attached->detach(this);
   m_attached.clear();
@@ -436,6 +438,7 @@ void Changes::own(const std::string& path, Source& source, const std::string& so
 }
 
 void Changes::preserve(const Source* source, const std::vector<std::string>& touched) {
+  m_overwritten = m_overwritten || !touched.empty();
   // Changes that read from those paths take their bytes first.
   std::vector<std::string> referring;
   for (const auto& [path, node] : m_nodes) {

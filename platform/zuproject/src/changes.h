@@ -74,6 +74,8 @@ public:
   /// Before another model's save changes these paths of source, takes what this view
   /// reads of them there into its own changes, so that the view does not move.
   void preserve(const Source* source, const std::vector<std::string>& touched);
+  /// Whether another model's save changed files under this view since the last reset().
+  bool overwritten() const { return m_overwritten; }
 
 private:
   void put(const std::string& path, Node node);
@@ -86,6 +88,7 @@ private:
   std::map<std::string, Node> m_nodes;
   mutable std::shared_ptr<Scratch> m_scratch;
   std::vector<std::shared_ptr<Source>> m_attached;
+  bool m_overwritten = false;
 };
 
 /// The entries below dir (all of them or only the direct ones), with paths relative to

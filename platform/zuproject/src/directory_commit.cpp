@@ -473,10 +473,19 @@ void Planner::run() {
   }
   refuseUnwritable();
   openPendingOnce();
-  // Other models reading this directory keep what they see.
-  for (Changes* holder : m_source.holders()) {
-    if (holder != &m_changes)
-      holder->preserve(&m_source, m_touched);
+  // Other models of this process reading this directory, through this load or another,
+  // keep what they see.
+  std::vector<std::shared_ptr<Source>> others = sourcesAt(m_source.path());
+  std::vector<Source*> readers{&m_source};
+  for (const std::shared_ptr<Source>& other : others) {
+    if (other.get() != &m_source)
+      readers.push_back(other.get());
+  }
+  for (Source* reader : readers) {
+    for (Changes* holder : reader->holders()) {
+      if (holder != &m_changes)
+        holder->preserve(reader, m_touched);
+    }
   }
   // The staged files are on disk before the record that names them.
   if (!flushStaged())
@@ -506,7 +515,9 @@ void Planner::run() {
   }
   closePending(root, m_pending);
   m_pending = -1;
-  m_source.settle(m_touched);
+  // Their next save is this process's, and no other writer's.
+  for (Source* reader : readers)
+    reader->settle(m_touched);
 }
 
 // Checked before anything is recorded, so that a save never stops half-made for want of a

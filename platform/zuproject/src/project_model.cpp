@@ -115,7 +115,8 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
 
   Changes& changes = *d->changes;
   // What was read is all a save can write: a file that could not be read would be lost.
-  if (const std::string failure = changes.source() ? changes.source()->readFailure() : std::string();
+  if (const std::string failure =
+          changes.source() ? changes.source()->readFailure() : std::string();
       !failure.empty())
     throw CorruptedFile(toUtf8(d->sourcePath) + ": " + failure +
                         "; the project did not read whole, so it is not saved");
@@ -128,7 +129,8 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
     const auto within = [](const fs::path& path, const fs::path& base) {
       const std::string& p = path.native();
       const std::string& b = base.native();
-      return p == b || (p.size() > b.size() && p.compare(0, b.size(), b) == 0 && p[b.size()] == '/');
+      return p == b ||
+             (p.size() > b.size() && p.compare(0, b.size(), b) == 0 && p[b.size()] == '/');
     };
     if (within(inside, source) || within(source, inside))
       throw Exception(target.string() + ": the project at " + source.string() +
@@ -171,9 +173,9 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
     reader->markOutdated();
   }
   // Back to the same archive, a folder that wraps the project stays.
-  const std::string wrapper =
-      atSource && format == d->sourceFormat && changes.source() ? changes.source()->wrapper()
-                                                                : std::string();
+  const std::string wrapper = atSource && format == d->sourceFormat && changes.source()
+                                  ? changes.source()->wrapper()
+                                  : std::string();
   writeWhole(changes, target, format, wrapper);
   // A model reading there saves over this save as its own, not as another writer's.
   for (const std::shared_ptr<Source>& reader : readers)
@@ -199,7 +201,7 @@ QString ProjectModel::readFailure() const {
 bool ProjectModel::sourceChanged() const {
   const std::shared_ptr<Source>& source = d->changes->source();
   return source && !d->sourcePath.isEmpty() &&
-         (source->outdated() || !source->changedOnDisk().empty());
+         (d->changes->overwritten() || source->outdated() || !source->changedOnDisk().empty());
 }
 
 QString ProjectModel::getMetadata(const QString& key) const {
