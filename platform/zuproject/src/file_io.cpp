@@ -105,6 +105,10 @@ int rename(const char* from, const char* to) {
   return fails(Rename) ? -1 : std::rename(from, to);
 }
 
+int exchange(const char* first, const char* second) {
+  return fails(Rename) ? -1 : ::renameat2(AT_FDCWD, first, AT_FDCWD, second, RENAME_EXCHANGE);
+}
+
 int unlinkAt(int dirFd, const char* name, int flags) {
   return fails(Unlink) ? -1 : ::unlinkat(dirFd, name, flags);
 }

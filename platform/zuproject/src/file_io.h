@@ -33,6 +33,9 @@ int close(int fd);
 int renameAt(int fromDirFd, const char* from, int toDirFd, const char* to);
 /// rename() of two paths on disk.
 int rename(const char* from, const char* to);
+/// renameat2() with RENAME_EXCHANGE: the two paths trade places in one step; counted as a
+/// rename. Fails with EINVAL where the filesystem cannot.
+int exchange(const char* first, const char* second);
 /// unlinkat(), of a file or (with AT_REMOVEDIR) an empty directory.
 int unlinkAt(int dirFd, const char* name, int flags);
 

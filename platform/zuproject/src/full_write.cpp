@@ -63,6 +63,9 @@ bool moveEntries(const std::vector<std::string>& names, const fs::path& from, co
 // What a writer killed before it finished left beside target: a sibling made by
 // createSibling() (and libzip's temporary beside that), named after a process that is gone.
 void removeStaleSiblings(const fs::path& target) {
+  // Without a target, what is beside it may be all that is left of it.
+  if (!existsNoFollow(target))
+    return;
   const std::string prefix = "." + target.filename().string() + ".tmp-";
   std::error_code error;
   for (fs::directory_iterator it(target.parent_path(), error), end; !error && it != end;
@@ -116,12 +119,21 @@ void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat forma
         throwSystemError("Could not replace " + target.string(),
                          std::error_code(errno, std::generic_category()));
     } else {
-      // A directory cannot be replaced atomically: keep the old one aside until the new one
-      // is in place, and put it back if that fails.
       carried = foreignMetadataIn(target);
       if (!moveEntries(carried, target, fresh))
         throwSystemError("Could not replace " + target.string(),
                          std::error_code(errno, std::generic_category()));
+      // The new tree and the old trade places in one step, so that a kill at any point
+      // leaves one of them whole at target; the old one is then a dead writer's sibling.
+      if (io::exchange(fresh.c_str(), target.c_str()) == 0) {
+        fs::remove_all(fresh, ignored);
+        return;
+      }
+      if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP)
+        throwSystemError("Could not replace " + target.string(),
+                         std::error_code(errno, std::generic_category()));
+      // Where the filesystem cannot, the old one waits aside until the new one is in place,
+      // and goes back if that fails.
       const fs::path old = createSibling(target, true);
       fs::remove(old, ignored);
       if (io::rename(target.c_str(), old.c_str()) != 0)
@@ -154,14 +166,15 @@ std::string unwritableIn(const fs::path& target) {
   const fs::file_status status = fs::symlink_status(target, error);
   if (!fs::is_directory(status)) {
     return fs::is_regular_file(status) && ::access(target.c_str(), W_OK) != 0 ? target.string()
-                                                                               : std::string();
+                                                                              : std::string();
   }
   // A directory is replaced whole, and the old tree must be removable.
   if (::access(target.c_str(), W_OK) != 0)
     return target.string();
   for (fs::recursive_directory_iterator it(target, fs::directory_options::none, error), end;
        !error && it != end; it.increment(error)) {
-    if (it->is_directory(error) && !it->is_symlink(error) && ::access(it->path().c_str(), W_OK) != 0)
+    if (it->is_directory(error) && !it->is_symlink(error) &&
+        ::access(it->path().c_str(), W_OK) != 0)
       return it->path().string();
   }
   return std::string();
