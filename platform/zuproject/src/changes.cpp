@@ -410,8 +410,8 @@ void Changes::own(const std::string& path, Source& source, const std::string& so
   const auto found = m_nodes.find(path);
   Node* existing = found == m_nodes.end() ? nullptr : &found->second;
   const Kind kind = source.kind(sourcePath);
-  if (existing && !plainDir(*existing) && !existing->from)
-    return;  // already the model's own
+  if (existing && !plainDir(*existing))
+    return;  // the model's own: written, removed, made anew, or copied from elsewhere
   Node node;
   if (kind == Kind::File) {
     std::optional<std::string> bytes = source.read(sourcePath);
@@ -438,7 +438,7 @@ void Changes::own(const std::string& path, Source& source, const std::string& so
 }
 
 void Changes::preserve(const Source* source, const std::vector<std::string>& touched) {
-  m_overwritten = m_overwritten || !touched.empty();
+  m_overwritten = m_overwritten || (source == m_source.get() && !touched.empty());
   // Changes that read from those paths take their bytes first.
   std::vector<std::string> referring;
   for (const auto& [path, node] : m_nodes) {

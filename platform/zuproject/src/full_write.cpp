@@ -60,27 +60,6 @@ bool moveEntries(const std::vector<std::string>& names, const fs::path& from, co
   return moved;
 }
 
-// What a writer killed before it finished left beside target: a sibling made by
-// createSibling() (and libzip's temporary beside that), named after a process that is gone.
-void removeStaleSiblings(const fs::path& target) {
-  // Without a target, what is beside it may be all that is left of it.
-  if (!existsNoFollow(target))
-    return;
-  const std::string prefix = "." + target.filename().string() + ".tmp-";
-  std::error_code error;
-  for (fs::directory_iterator it(target.parent_path(), error), end; !error && it != end;
-       it.increment(error)) {
-    const std::string name = it->path().filename().native();
-    if (name.compare(0, prefix.size(), prefix) != 0)
-      continue;
-    const long pid = std::strtol(name.c_str() + prefix.size(), nullptr, 10);
-    if (pid > 0 && ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) {
-      std::error_code ignored;
-      fs::remove_all(it->path(), ignored);
-    }
-  }
-}
-
 }  // namespace
 
 void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat format,
@@ -93,7 +72,6 @@ void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat forma
     if (const std::string locked = unwritableIn(target); !locked.empty())
       throw Exception("Could not replace " + target.string() + ": " + locked + " is not writable");
   }
-  removeStaleSiblings(target);
   const fs::path fresh = createSibling(target, directory);
   // A directory replaced keeps its repository: it is no part of the project written.
   std::vector<std::string> carried;
@@ -152,6 +130,27 @@ void writeWhole(const Changes& view, const fs::path& target, ArchiveFormat forma
     std::error_code ignored;
     fs::remove_all(fresh, ignored);
     throw;
+  }
+}
+
+// What a writer killed before it finished left beside target: a sibling made by
+// createSibling() (and libzip's temporary beside that), named after a process that is gone.
+void removeStaleSiblings(const fs::path& target) {
+  // Without a target, what is beside it may be all that is left of it.
+  if (!existsNoFollow(target))
+    return;
+  const std::string prefix = "." + target.filename().string() + ".tmp-";
+  std::error_code error;
+  for (fs::directory_iterator it(target.parent_path(), error), end; !error && it != end;
+       it.increment(error)) {
+    const std::string name = it->path().filename().native();
+    if (name.compare(0, prefix.size(), prefix) != 0)
+      continue;
+    const long pid = std::strtol(name.c_str() + prefix.size(), nullptr, 10);
+    if (pid > 0 && ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) {
+      std::error_code ignored;
+      fs::remove_all(it->path(), ignored);
+    }
   }
 }
 

@@ -22,6 +22,10 @@ class Changes;
 void writeWhole(const Changes& view, const std::filesystem::path& target, ArchiveFormat format,
                 const std::string& wrapper = std::string());
 
+/// Removes what a writer killed before it finished left beside target: siblings made by
+/// createSibling() (and libzip's temporaries beside those) named after a process that is
+/// gone. Nothing while target is missing: what is beside it may be all that is left of it.
+void removeStaleSiblings(const std::filesystem::path& target);
 /// The first entry that keeps target from being replaced: its directory, the file or any
 /// directory of its tree that its user cannot write; "" when there is none.
 std::string unwritableIn(const std::filesystem::path& target);

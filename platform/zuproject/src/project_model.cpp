@@ -95,6 +95,7 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
   if (targetText.isEmpty())
     throw Exception("The project has no source path to save to");
   const fs::path target = absoluteDiskPath(diskPath(targetText));
+  removeStaleSiblings(target);
 
   if (format == ArchiveFormat_Current) {
     format = d->sourceFormat;
@@ -285,12 +286,12 @@ void ProjectModel::remove(const QString& path) {
 void ProjectModel::move(const QString& from, const QString& to, bool overwrite) {
   const std::string source = Private::checked(from);
   const std::string target = Private::checked(to);
-  if (source.empty() || target.empty())
-    throw Exception("The top of a project cannot be moved or replaced");
   if (d->kind(source) == Kind::None)
     throw PathNotFound(toUtf8(from));
   if (source == target)
     return;
+  if (source.empty() || target.empty())
+    throw Exception("The top of a project cannot be moved or replaced");
   // As a file manager would: nothing goes into itself, and nothing replaces what holds it.
   if (isWithin(target, source))
     throw Exception("Could not move " + source + " into itself");
