@@ -162,10 +162,11 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
       throw PathNotFound(target.parent_path().string());
   }
   // Other models reading what is about to be replaced keep what they see: a directory's
-  // files go, so they take them first; a zip stays open where they read it.
+  // files go, so they take them first; a zip stays open where they read it, and a tar form
+  // in scratch.
   const std::vector<std::shared_ptr<Source>> readers = sourcesAt(target.native());
   for (const std::shared_ptr<Source>& reader : readers) {
-    if (dynamic_cast<DirectorySource*>(reader.get())) {
+    if (dynamic_cast<DirectorySource*>(reader.get()) && !reader->path().empty()) {
       for (Changes* holder : reader->holders()) {
         if (holder != &changes)
           holder->preserve(reader.get(), {std::string()});
