@@ -61,7 +61,8 @@ TEST(WrappedArchive, ReadsTheProjectInsideAndKeepsTheFolderWhenSaved) {
   };
   const Case cases[] = {
       {"Lib/ Lib/lbfinfo=l Lib/a/ Lib/a/f=1 .DS_Store=x __MACOSX/ __MACOSX/._Lib=y", true},
-      {"Lib/ Lib/.metadata=m Lib/a/", true},
+      {"Lib/ Lib/lbfinfo=l Lib/.metadata=m", true},
+      {"Lib/ Lib/.metadata=m Lib/a/", false},                // metadata alone is no library
       {"Lib/ Lib/a/ Lib/a/lbfinfo=l", false},                // the folder holds no top files
       {"Lib/ Lib/lbfinfo=l lbfinfo=l", false},               // the top is a project itself
       {"Lib/ Lib/lbfinfo=l Other/ Other/lbfinfo=l", false},  // two folders

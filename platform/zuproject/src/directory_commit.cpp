@@ -278,11 +278,6 @@ bool Planner::movable(const std::string& path, const Node& node) const {
 // Where the directory holds what lies at path just before its own change is made, or
 // nothing.
 std::optional<std::string> Planner::basis(const std::string& path) const {
-  for (const std::string& stashed : m_stashed) {
-    if (isWithin(path, stashed))
-      return std::nullopt;
-  }
-  std::string below = path;
   std::size_t end = path.rfind('/');
   while (end != std::string::npos || !path.empty()) {
     const std::string ancestor = end == std::string::npos ? std::string() : path.substr(0, end);
@@ -297,6 +292,11 @@ std::optional<std::string> Planner::basis(const std::string& path) const {
     if (ancestor.empty())
       break;
     end = ancestor.rfind('/');
+  }
+  // The path keeps its own place on disk, unless that place goes into the stash for a move.
+  for (const std::string& stashed : m_stashed) {
+    if (isWithin(path, stashed))
+      return std::nullopt;
   }
   return path;
 }

@@ -139,7 +139,16 @@ void DirectorySource::settle(const std::vector<std::string>& touched) {
   for (const std::string& path : touched) {
     for (auto it = m_stamps.lower_bound(path); startsWith(it, path);)
       it = isWithin(it->first, path) ? m_stamps.erase(it) : std::next(it);
-    note(path, m_files->status(path));
+    noteTree(path);
+  }
+}
+
+void DirectorySource::noteTree(const std::string& path) {
+  const std::optional<struct stat> info = m_files->status(path);
+  note(path, info);
+  if (info && S_ISDIR(info->st_mode)) {
+    for (const Listed& entry : m_files->list(path))
+      noteTree(joinPath(path, entry.name));
   }
 }
 

@@ -61,6 +61,8 @@ private:
   std::map<std::string, Stamp> m_stamps;
 
   void note(const std::string& path, const std::optional<struct stat>& info);
+  // What this process's save made at path is seen: it is no other writer's.
+  void noteTree(const std::string& path);
   // After a read of path failed with error: a file there is no longer whole in any view.
   void noteIfUnreadable(const std::string& path, int error);
   // Whether it points at a stamp whose path begins with prefix, as all those below it do.

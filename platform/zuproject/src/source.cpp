@@ -71,7 +71,6 @@ void Source::noteReadFailure(const std::string& what) {
 
 std::string findWrapper(const std::vector<Listed>& top,
                         const std::function<bool(const std::string&)>& hasFile) {
-  static const char* const kTopFiles[] = {".metadata", "lbfinfo"};
   const Listed* folder = nullptr;
   for (const Listed& entry : top) {
     if (entry.dir) {
@@ -82,13 +81,9 @@ std::string findWrapper(const std::vector<Listed>& top,
       return std::string();  // the top's own files, or anything else a save must keep
     }
   }
-  if (!folder)
-    return std::string();
-  for (const char* file : kTopFiles) {
-    if (hasFile(folder->name + '/' + file))
-      return folder->name;
-  }
-  return std::string();
+  // A box library's root listing, which every library has at its top; metadata alone is
+  // no sign, since any project may hold a folder with a project in it.
+  return folder && hasFile(folder->name + "/lbfinfo") ? folder->name : std::string();
 }
 
 namespace {

@@ -115,9 +115,9 @@ private:
 /// The live sources of this process opened at an absolute disk path.
 std::vector<std::shared_ptr<Source>> sourcesAt(const std::string& path);
 
-/// The folder that wraps a project in an archive: the only directory at the archive's top,
-/// beside nothing but desktop files, when the top holds none of a project's own top files
-/// (".metadata", a box library's "lbfinfo") and that directory does. "" when there is none.
+/// The folder that wraps a box library in an archive: the only directory at the archive's
+/// top, beside nothing but desktop files (so neither ".metadata" nor "lbfinfo"), when that
+/// directory holds the library's root listing "lbfinfo". "" when there is none.
 /// hasFile tells whether a file is at a path of the archive.
 std::string findWrapper(const std::vector<Listed>& top,
                         const std::function<bool(const std::string&)>& hasFile);

@@ -43,8 +43,8 @@ public:
   /// model empty and without a source path. Symbolic links in a directory are skipped, and
   /// so is the metadata of version control and of macOS (".git", ".hg", ".svn", ".bzr",
   /// "_darcs", "CVS", "__MACOSX" at any depth), which no path of the model can name. An
-  /// archive whose top holds nothing but one folder, and that folder a project's top files
-  /// (".metadata", "lbfinfo"), is read as the project inside that folder.
+  /// archive whose top holds nothing but one folder, and that folder a box library's root
+  /// listing "lbfinfo", is read as the library inside that folder.
   void load(const QString& path, ArchiveFormat format);
   /// Writes the project to path ("" is the source path) in format (Current keeps the current
   /// form, Auto chooses by file name); back to the same archive, a wrapping folder stays. The
