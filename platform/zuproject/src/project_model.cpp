@@ -95,7 +95,6 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
   if (targetText.isEmpty())
     throw Exception("The project has no source path to save to");
   const fs::path target = absoluteDiskPath(diskPath(targetText));
-  removeStaleSiblings(target);
 
   if (format == ArchiveFormat_Current) {
     format = d->sourceFormat;
@@ -145,6 +144,7 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
     if (changes.empty() && !outdated)
       return;  // the source already is what the model shows
     lock.emplace(d->sourcePath, kLockWaitMs);
+    removeStaleSiblings(target);
     if (auto* directory = dynamic_cast<DirectorySource*>(changes.source().get());
         directory && format == ArchiveFormat_Directory && !outdated) {
       commitToDirectory(changes, *directory);
@@ -155,6 +155,7 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
       throw Conflict(changed.front() +
                      ": changed by another writer since read, so nothing was saved");
   } else {
+    removeStaleSiblings(target);
     if (existsNoFollow(target) && !overwrite)
       throw Exception(target.string() + ": already exists");
     std::error_code error;
