@@ -36,6 +36,34 @@ constexpr int kFileFormatErrno = EFTYPE;
 constexpr int kFileFormatErrno = EILSEQ;
 #endif
 
+// libarchive converts entry names through the current locale, and the C locale cannot
+// represent a non-ASCII name at all. Archives are therefore read and written under a
+// UTF-8 character type, for this thread only, leaving the application's locale alone.
+class Utf8LocaleScope {
+public:
+  Utf8LocaleScope() {
+    for (const char* name : {"C.UTF-8", "C.utf8", "en_US.UTF-8"}) {
+      m_locale = newlocale(LC_CTYPE_MASK, name, static_cast<locale_t>(0));
+      if (m_locale) {
+        m_previous = uselocale(m_locale);
+        return;
+      }
+    }
+  }
+  ~Utf8LocaleScope() {
+    if (m_locale) {
+      uselocale(m_previous);
+      freelocale(m_locale);
+    }
+  }
+  Utf8LocaleScope(const Utf8LocaleScope&) = delete;
+  Utf8LocaleScope& operator=(const Utf8LocaleScope&) = delete;
+
+private:
+  locale_t m_locale = static_cast<locale_t>(0);
+  locale_t m_previous = static_cast<locale_t>(0);
+};
+
 struct ReadCloser {
   void operator()(archive* a) const { archive_read_free(a); }
 };
@@ -172,23 +200,6 @@ bool endsWith(const std::string& text, const std::string& tail) {
 }
 
 }  // namespace
-
-Utf8LocaleScope::Utf8LocaleScope() {
-  for (const char* name : {"C.UTF-8", "C.utf8", "en_US.UTF-8"}) {
-    m_locale = newlocale(LC_CTYPE_MASK, name, static_cast<locale_t>(0));
-    if (m_locale) {
-      m_previous = uselocale(m_locale);
-      return;
-    }
-  }
-}
-
-Utf8LocaleScope::~Utf8LocaleScope() {
-  if (m_locale) {
-    uselocale(m_previous);
-    freelocale(m_locale);
-  }
-}
 
 ArchiveFormat extractArchive(const fs::path& archivePath, const fs::path& root) {
   const std::string name = archivePath.string();

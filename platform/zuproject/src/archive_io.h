@@ -5,7 +5,6 @@
 
 #include <zu/project/archive_format.h>
 
-#include <locale.h>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -13,21 +12,6 @@
 namespace zu {
 namespace project {
 namespace detail {
-
-/// While alive, this thread converts names under a UTF-8 character type: libarchive
-/// converts entry names through the current locale, and the C locale cannot represent a
-/// non-ASCII name at all. The application's own locale is left alone.
-class Utf8LocaleScope {
-public:
-  Utf8LocaleScope();
-  ~Utf8LocaleScope();
-  Utf8LocaleScope(const Utf8LocaleScope&) = delete;
-  Utf8LocaleScope& operator=(const Utf8LocaleScope&) = delete;
-
-private:
-  locale_t m_locale = static_cast<locale_t>(0);
-  locale_t m_previous = static_cast<locale_t>(0);
-};
 
 /// Extracts an archive into the empty directory root and returns its form (Auto for a form
 /// that can be read but not written). Throws UnsupportedFormat for a file that is no

@@ -145,13 +145,14 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
       return;  // the source already is what the model shows
     lock.emplace(d->sourcePath, kLockWaitMs);
     removeStaleSiblings(target);
-    if (auto* directory = dynamic_cast<DirectorySource*>(changes.source().get());
-        directory && format == ArchiveFormat_Directory && !outdated) {
+    auto* directory = dynamic_cast<DirectorySource*>(changes.source().get());
+    if (directory && format == ArchiveFormat_Directory && !outdated) {
       commitToDirectory(changes, *directory);
       return;
     }
+    // A directory replaced by this process's save has no stamps left to compare.
     if (const std::vector<std::string> changed = changes.source()->changedOnDisk();
-        !changed.empty() && !(outdated && dynamic_cast<DirectorySource*>(changes.source().get())))
+        !changed.empty() && !(outdated && directory))
       throw Conflict(changed.front() +
                      ": changed by another writer since read, so nothing was saved");
   } else {

@@ -38,29 +38,18 @@ std::string checkedName(const std::string& archive, const std::string& name, boo
 }
 
 std::string methodName(zip_uint16_t method) {
-  const char* name = nullptr;
-  switch (method) {
-    case 1: name = "Shrink"; break;
-    case 2:
-    case 3:
-    case 4:
-    case 5: name = "Reduce"; break;
-    case 6: name = "Implode"; break;
-    case 9: name = "Deflate64"; break;
-    case 10: name = "PKWARE DCL Implode"; break;
-    case 12: name = "bzip2"; break;
-    case 14: name = "LZMA"; break;
-    case 18: name = "IBM TERSE"; break;
-    case 19: name = "IBM LZ77"; break;
-    case 93: name = "Zstandard"; break;
-    case 95: name = "XZ"; break;
-    case 96: name = "JPEG"; break;
-    case 97: name = "WavPack"; break;
-    case 98: name = "PPMd"; break;
-    default: break;
-  }
+  static const std::pair<zip_uint16_t, const char*> kNames[] = {
+      {1, "Shrink"},     {2, "Reduce"},  {3, "Reduce"},     {4, "Reduce"},
+      {5, "Reduce"},     {6, "Implode"}, {9, "Deflate64"},  {10, "PKWARE DCL Implode"},
+      {12, "bzip2"},     {14, "LZMA"},   {18, "IBM TERSE"}, {19, "IBM LZ77"},
+      {93, "Zstandard"}, {95, "XZ"},     {96, "JPEG"},      {97, "WavPack"},
+      {98, "PPMd"}};
   const std::string number = "method " + std::to_string(method);
-  return name ? std::string(name) + " (" + number + ")" : number;
+  for (const auto& [code, name] : kNames) {
+    if (code == method)
+      return std::string(name) + " (" + number + ")";
+  }
+  return number;
 }
 
 std::string libzipError(int code) {
