@@ -6,11 +6,15 @@
 #include <krserial/serial.h>
 
 #include <QByteArray>
+
 #include <QList>
 #include <QObject>
 #include <QPointer>
 #include <QString>
 #include <QStringList>
+
+#include <functional>
+#include <string>
 
 #include <boost/shared_ptr.hpp>
 
@@ -91,7 +95,14 @@ signals:
   void bitmapExpandedChanged(bool newValue);
 
 private:
+  friend class BoxLibraryEditor;
   BoxData() = default;
+  // Writes one change into the box file: the reason of a failure, "" on success.
+  std::string writeTooltip(const QString& tooltip);
+  std::string writeBitmaps(const QList<QString>& bitmaps);
+  std::string writeBitmapExpanded(bool expanded);
+  std::string writeChange(const std::function<void(XmlElement&)>& change);
+  void logFailure(const char* function, const std::string& error) const;
 
   // The node may die before a box data object that is shared elsewhere; a guarded pointer
   // turns such an object into one without a node instead of a dangling one.

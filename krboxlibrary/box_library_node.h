@@ -13,6 +13,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include <string>
+#include <vector>
 
 namespace zu {
 namespace project {
@@ -83,10 +84,11 @@ public:
   static std::string numberName(const std::string& name, int number);
   /// name without a trailing " (digits)" group.
   static std::string unNumberName(const std::string& name);
-  /// Whether name can name a node: it is not empty once unNumberName() has dropped its
-  /// number, and its file name is not one that version control or macOS keep for their own
-  /// metadata (".git", "CVS", "__MACOSX"...). Every operation that names a node refuses
-  /// other names, logging one warning.
+  /// Whether name can name a node: it is neither empty nor blank once unNumberName() has
+  /// dropped its number, its file name is not one the library ("lbfinfo", ".metadata"),
+  /// version control or macOS (".git", "CVS", "__MACOSX"...) keep for their own files, and
+  /// it is at most 255 bytes long. Every operation that names a node refuses other names,
+  /// logging one warning.
   static bool isUsableName(const std::string& name);
   /// Why name cannot name a node, as a clause ("it is empty without its number"); "" when
   /// it can.
@@ -162,10 +164,10 @@ public:
   /// Takes name, or its first free numbered form among the siblings, and the file name that
   /// goes with it. Any number name already carries is dropped first. Writes nothing.
   void initName(const std::string& name);
-  /// Renames this node (to a unique form of name), moves its directory and emits
-  /// dataChanged(this). The parent's listing still names the old name until the parent
-  /// writes it again (saveFolder()). On a root only the name changes. A name that is not
-  /// usable (isUsableName()) is refused: nothing changes, one warning is logged.
+  /// Renames this node (to a unique form of name), moves its directory, rewrites the
+  /// parent's listing so that the node keeps its place, and emits dataChanged(this). On a
+  /// root only the name changes. A name that is not usable (isUsableName()) is refused:
+  /// nothing changes, one warning is logged.
   void setName(const std::string& name);
 
   /// Writes this node's folder listing: its expanded state and its children's names in order.
@@ -227,6 +229,16 @@ private:
   // Writes the box file or the folder listing; logs a failure as coming from function.
   bool saveOwnFile(const char* function);
   friend class BoxLibrary;
+  friend class BoxLibraryEditor;
+  friend class BoxData;
+  // The name wanted, or its first free numbered form among this folder's children other
+  // than self; exact keeps a number the name carries when that form is free.
+  std::string freeName(const std::string& wanted, bool exact, const BoxLibraryNode* self) const;
+  std::vector<std::string> childNames() const;
+  // Writes the listing of the folder at directory (a path prefix); the reason of a failure,
+  // "" on success.
+  static std::string writeListing(zu::project::ProjectModel& model, const QString& directory,
+                                  bool expanded, const std::vector<std::string>& names);
   BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);
   void relay(BoxLibraryNode* child);
   void initFolderFromProject(const QString& prefix);

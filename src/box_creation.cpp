@@ -19,6 +19,9 @@ bool BoxLibraryNode::init(const RootBoxDescription& description) {
   m_expanded = false;
   setBoxDataInternal(boost::shared_ptr<BoxData>(new BoxData(this, description.box)));
   initName(description.name);
+  // A node without any project is made all the same: there is nowhere to write it.
+  if (!project())
+    return true;
   // saveBox() renames the element it writes; the caller's element stays as it was. It logs
   // its own failure.
   if (!saveBox(description.box->clone(), m_boxData->behavior()))

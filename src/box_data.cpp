@@ -22,15 +22,6 @@ const char kBitmapExpandedAttribute[] = "bitmap_expanded";
 const char kBitmapsElement[] = "Bitmaps";
 const char kBitmapElement[] = "bitmap";
 
-// One attribute changed by a read-modify-write of the box file; nothing without a file.
-// A failed write is logged below and leaves the file as it was.
-void writeAttribute(BoxData& data, const char* name, const std::string& value) {
-  if (const XmlElement::Ptr box = data.load()) {
-    box->setAttribute(name, value, false);
-    data.save(box);
-  }
-}
-
 }  // namespace
 
 BoxData::BoxData(BoxLibraryNode* node, boost::shared_ptr<const XmlElement> box)
@@ -80,7 +71,52 @@ boost::shared_ptr<BoxData> BoxData::clone(BoxLibraryNode* node) const {
 }
 
 void BoxData::saveName(const std::string& name) {
-  writeAttribute(*this, kNameAttribute, name);
+  if (const XmlElement::Ptr box = load()) {
+    box->setAttribute(kNameAttribute, name, false);
+    save(box);
+  }
+}
+
+std::string BoxData::writeChange(const std::function<void(XmlElement&)>& change) {
+  // Without a node or a project there is nowhere to write, which is no failure.
+  if (!m_node || !m_node->project())
+    return std::string();
+  const XmlElement::Ptr box = m_node->loadBox();
+  if (!box)
+    return "its box file is missing or cannot be read";
+  change(*box);
+  QString file;
+  return m_node->writeBox(box, m_behavior, file);
+}
+
+std::string BoxData::writeTooltip(const QString& tooltip) {
+  return writeChange(
+      [&](XmlElement& box) { box.setAttribute(kTooltipAttribute, Serial::save(tooltip), false); });
+}
+
+std::string BoxData::writeBitmaps(const QList<QString>& bitmaps) {
+  return writeChange([&](XmlElement& box) {
+    box.removeChildren(kBitmapElement, kBitmapsElement);
+    std::vector<XmlElement::Ptr> elements;
+    elements.reserve(static_cast<size_t>(bitmaps.size()));
+    for (const QString& bitmap : bitmaps) {
+      auto element = boost::make_shared<XmlElement>(kBitmapElement);
+      element->setText(text::toUtf8(bitmap), false);
+      elements.push_back(element);
+    }
+    box.addChildren(elements, kBitmapsElement);
+  });
+}
+
+std::string BoxData::writeBitmapExpanded(bool expanded) {
+  return writeChange([&](XmlElement& box) {
+    box.setAttribute(kBitmapExpandedAttribute, Serial::save(expanded), false);
+  });
+}
+
+void BoxData::logFailure(const char* function, const std::string& error) const {
+  if (!error.empty())
+    refusal::writeFailed(function, text::toLatin1(m_node->path()), error);
 }
 
 // Each setter writes its single change straight into the box file, so the file never lags
@@ -89,7 +125,7 @@ void BoxData::setTooltip(const QString& tooltip) {
   if (tooltip == m_tooltip)
     return;
   m_tooltip = tooltip;
-  writeAttribute(*this, kTooltipAttribute, Serial::save(m_tooltip));
+  logFailure("setTooltip", writeTooltip(m_tooltip));
   emit tooltipChanged(m_tooltip);
 }
 
@@ -97,18 +133,7 @@ void BoxData::setBitmaps(const QList<QString>& bitmaps) {
   if (bitmaps == m_bitmaps)
     return;
   m_bitmaps = bitmaps;
-  if (const XmlElement::Ptr box = load()) {
-    box->removeChildren(kBitmapElement, kBitmapsElement);
-    std::vector<XmlElement::Ptr> elements;
-    elements.reserve(static_cast<size_t>(m_bitmaps.size()));
-    for (const QString& bitmap : m_bitmaps) {
-      auto element = boost::make_shared<XmlElement>(kBitmapElement);
-      element->setText(text::toUtf8(bitmap), false);
-      elements.push_back(element);
-    }
-    box->addChildren(elements, kBitmapsElement);
-    save(box);
-  }
+  logFailure("setBitmaps", writeBitmaps(m_bitmaps));
   emit bitmapsChanged(m_bitmaps);
 }
 
@@ -116,7 +141,7 @@ void BoxData::setBitmapExpanded(bool expanded) {
   if (expanded == m_bitmapExpanded)
     return;
   m_bitmapExpanded = expanded;
-  writeAttribute(*this, kBitmapExpandedAttribute, Serial::save(m_bitmapExpanded));
+  logFailure("setBitmapExpanded", writeBitmapExpanded(m_bitmapExpanded));
   emit bitmapExpandedChanged(m_bitmapExpanded);
 }
 

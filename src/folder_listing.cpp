@@ -18,9 +18,9 @@ namespace KR {
 
 namespace {
 
+using vocabulary::kListingFile;
 using vocabulary::kNameAttribute;
 
-const char kListingFile[] = "lbfinfo";
 const char kFolderElement[] = "Folder";
 const char kNodeElement[] = "Node";
 const char kExpandedAttribute[] = "expanded";
@@ -39,31 +39,45 @@ XmlElement::Ptr readListing(zu::project::ProjectModel* model, const QString& pat
 
 }  // namespace
 
-void BoxLibraryNode::saveFolder() {
-  zu::project::ProjectModel* model = project();
-  if (!model)
-    return;
+std::vector<std::string> BoxLibraryNode::childNames() const {
+  std::vector<std::string> names;
+  names.reserve(static_cast<size_t>(m_children.size()));
+  for (const BoxLibraryNode* child : m_children)
+    names.push_back(child->m_name);
+  return names;
+}
+
+std::string BoxLibraryNode::writeListing(zu::project::ProjectModel& model, const QString& directory,
+                                         bool expanded, const std::vector<std::string>& names) {
   auto folder = boost::make_shared<XmlElement>(kFolderElement);
-  folder->setAttribute(kExpandedAttribute, m_expanded ? "yes" : "no", true);
-  for (const BoxLibraryNode* child : m_children) {
+  folder->setAttribute(kExpandedAttribute, expanded ? "yes" : "no", true);
+  for (const std::string& name : names) {
     auto node = boost::make_shared<XmlElement>(kNodeElement);
-    node->setAttribute(kNameAttribute, child->m_name, true);
+    node->setAttribute(kNameAttribute, name, true);
     folder->addChild(node);
   }
   const XmlDocument document(folder);
-  const QString file = directoryPrefix() + kListingFile;
-  // A listing that cannot be written is logged and the old one kept: the tree in memory
-  // stays authoritative.
   std::string bytes;
   std::string error;
   try {
     if (document.saveToXmlString(bytes, &error))
-      model->writeFile(file, QByteArray(bytes.data(), static_cast<int>(bytes.size())));
+      model.writeFile(directory + kListingFile,
+                      QByteArray(bytes.data(), static_cast<int>(bytes.size())));
   } catch (const std::exception& e) {
-    error = e.what();
+    error = *e.what() ? e.what() : "unknown failure";
   }
+  return error;
+}
+
+void BoxLibraryNode::saveFolder() {
+  zu::project::ProjectModel* model = project();
+  if (!model)
+    return;
+  // A listing that cannot be written is logged and the old one kept: the tree in memory
+  // stays authoritative.
+  const std::string error = writeListing(*model, directoryPrefix(), m_expanded, childNames());
   if (!error.empty())
-    refusal::writeFailed("saveFolder", text::toLatin1(file), error);
+    refusal::writeFailed("saveFolder", text::toLatin1(directoryPrefix() + kListingFile), error);
 }
 
 void BoxLibraryNode::init(const std::string& name, bool expanded) {

@@ -5,6 +5,7 @@
 
 #include "refusal.h"
 #include "text.h"
+#include "vocabulary.h"
 
 #include <QFileInfo>
 
@@ -13,6 +14,9 @@
 namespace KR {
 
 namespace {
+
+// What the file systems a library lives on take as one name.
+constexpr std::size_t kMaxFileNameBytes = 255;
 
 // The characters a file name must not hold; the backslash is deliberately allowed.
 bool needsEscape(QChar c) {
@@ -115,27 +119,43 @@ std::string BoxLibraryNode::nameRefusal(const std::string& name) {
   const std::string base = unNumberName(name);
   if (base.empty())
     return "it is empty without its number";
-  if (zu::project::isForeignMetadata(escapeFileName(base)))
+  if (text::fromUtf8(base).trimmed().isEmpty())
+    return "it is blank";
+  const std::string file = escapeFileName(base);
+  // Compared in any letter case: a checkout on a system that ignores it would collide.
+  const QString folded = text::fromUtf8(file).toLower();
+  if (folded == QLatin1String(vocabulary::kListingFile) ||
+      folded == QLatin1String(vocabulary::kMetadataFile) || zu::project::isReservedName(file))
+    return "that name is kept for the library's own files";
+  if (zu::project::isForeignMetadata(file))
     return "that name is kept for version control's own files";
+  if (escapeFileName(name).size() > kMaxFileNameBytes)
+    return "its file name would be longer than " + std::to_string(kMaxFileNameBytes) + " bytes";
   return std::string();
 }
 
-void BoxLibraryNode::initName(const std::string& name) {
+std::string BoxLibraryNode::freeName(const std::string& wanted, bool exact,
+                                     const BoxLibraryNode* self) const {
   std::unordered_set<std::string> siblings;
-  if (m_parent) {
-    siblings.reserve(static_cast<size_t>(m_parent->m_children.size()));
-    for (const BoxLibraryNode* sibling : m_parent->m_children) {
-      if (sibling != this)
-        siblings.insert(sibling->m_name);
-    }
+  siblings.reserve(static_cast<size_t>(m_children.size()));
+  for (const BoxLibraryNode* child : m_children) {
+    if (child != self)
+      siblings.insert(child->m_name);
   }
+  const std::string whole = text::toUtf8(text::fromUtf8(wanted));
+  if (exact && !siblings.count(whole))
+    return whole;
   // A copy of "Box (3)" is numbered from "Box" again.
-  const std::string base = unNumberName(name);
+  const std::string base = unNumberName(wanted);
   std::string candidate = base;
   for (int counter = 2; siblings.count(candidate); ++counter)
     candidate = numberName(base, counter);
-  m_name = candidate;
-  m_fileName = escapeFileName(candidate);
+  return candidate;
+}
+
+void BoxLibraryNode::initName(const std::string& name) {
+  m_name = m_parent ? m_parent->freeName(name, false, this) : unNumberName(name);
+  m_fileName = escapeFileName(m_name);
 }
 
 void BoxLibraryNode::setName(const std::string& name) {
@@ -150,18 +170,22 @@ void BoxLibraryNode::setName(const std::string& name) {
   }
   if (name == m_name)
     return;
-  const std::string oldFileName = m_fileName;
-  m_name.clear();
-  initName(name);
-  if (m_fileName != oldFileName) {
+  const std::string newName = m_parent->freeName(name, false, this);
+  const std::string newFileName = escapeFileName(newName);
+  if (newFileName != m_fileName) {
     if (zu::project::ProjectModel* model = project()) {
-      const QString target = path();
+      const QString target = text::asDirectory(m_parent->path()) + text::fromUtf8(newFileName);
       // Directly under the root the source reads "./old": the model normalises it.
       const QString source =
-          QFileInfo(target).path() + QLatin1Char('/') + text::fromUtf8(oldFileName);
+          QFileInfo(target).path() + QLatin1Char('/') + text::fromUtf8(m_fileName);
+      // A move the model refuses throws before the node changes.
       model->move(source, target, false);
     }
   }
+  m_name = newName;
+  m_fileName = newFileName;
+  // The listing names children by name: unwritten, the node would move to the end.
+  m_parent->saveFolder();
   emit dataChanged(this);
 }
 

@@ -11,6 +11,7 @@ inline constexpr char kLogCategory[] = "krboxlibrary";
 inline constexpr char kBoxFile[] = "box.bxd";
 inline constexpr char kBehaviorFile[] = "behavior.bxd";
 inline constexpr char kMetadataFile[] = ".metadata";
+inline constexpr char kListingFile[] = "lbfinfo";
 
 inline constexpr char kNameAttribute[] = "name";
 inline constexpr char kTooltipAttribute[] = "tooltip";

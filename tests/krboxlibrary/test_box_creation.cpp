@@ -49,6 +49,9 @@ TEST(BoxCreation, DescriptionsMakeBoxesWithUniqueNamesAndTheirFiles) {
             (std::vector<std::string>{"Walk: Fast (2)", "Walk: Fast"}));
   EXPECT_EQ(second->loadBox()->attribute("name", ""), "root");
   EXPECT_EQ(second->boxData()->tooltip(), "w");
+  // With no project anywhere, the box is made all the same and written nowhere.
+  BoxLibraryNode detached;
+  EXPECT_NE(detached.appendChild(walk), nullptr);
 
   // The folder relays the new box's changes.
   QSignalSpy changes(moves, &BoxLibraryNode::dataChanged);

@@ -3,6 +3,7 @@
 #include <zu/project/exceptions.h>
 
 #include "paths.h"
+#include "source.h"
 
 namespace zu {
 namespace project {
@@ -31,6 +32,10 @@ bool isForeignMetadata(const std::string& name) {
       return true;
   }
   return false;
+}
+
+bool isReservedName(const std::string& name) {
+  return name == detail::kPendingName;
 }
 
 bool isSystemFile(const std::string& name) {

@@ -23,6 +23,10 @@ ZUPROJECT_EXPORT void writeFile(const std::string& utf8DiskPath, const std::stri
 /// project: a model never lists, reads, writes into, moves, packs or exports it.
 ZUPROJECT_EXPORT bool isForeignMetadata(const std::string& name);
 
+/// Whether name is one the project model keeps for itself at the top of a directory (a
+/// save in progress): no project entry can be named so.
+ZUPROJECT_EXPORT bool isReservedName(const std::string& name);
+
 /// Whether name is a file a desktop system leaves in folders by itself (".DS_Store",
 /// "Thumbs.db", "desktop.ini", or an AppleDouble "._" file): kept and carried with a project
 /// like any file, but no part of its content.
