@@ -18,19 +18,21 @@ class QMimeData;
 namespace KR {
 
 class BoxLibrary;
+class BoxLibraryEditor;
 class BoxLibraryNode;
 
 /// The item model of a library panel: one row per node of one KR::BoxLibrary, in listing
 /// order, one column. index(), parent() and rowCount() take constant time, in folders of
 /// tens of thousands of entries too.
 ///
-/// Every edit goes through the model, which emits the begin/end signals of the rows it
-/// touches and records the edit on its undo stack: rename (setData() of the display role),
-/// tooltip, bitmaps and expanded flags (setData() of their roles), new folder, adding a box
-/// from a box file, copying a node of any library, removal (removeRows()), moves
+/// Every edit goes through the model's KR::BoxLibraryEditor, whose signals become the
+/// begin/end signals of the rows touched, and is recorded on the undo stack: rename (setData() of
+/// the display role), tooltip, bitmaps and expanded flags (setData() of their roles), new folder,
+/// adding a box from a box file, copying a node of any library, removal (removeRows()), moves
 /// (moveRows() and drag and drop with mimeType()) and drops of box files (text/uri-list).
-/// A change made to a box's KR::BoxData elsewhere reaches the model as dataChanged().
-/// Structural edits made on the nodes directly are not seen: call reset() after them.
+/// A change made to a box's KR::BoxData elsewhere reaches the model as dataChanged(), and
+/// edits made through editor() reach it as row signals (without an undo step). Structural
+/// edits made on the nodes directly are not seen: call reset() after them.
 ///
 /// An edit the tree cannot take is refused: it returns false (or an invalid index),
 /// changes nothing, and editRefused() tells why.
@@ -64,6 +66,8 @@ public:
 
   /// The library shown.
   BoxLibrary* library() const;
+  /// The editor every edit of the model goes through.
+  BoxLibraryEditor* editor() const;
   /// The node at index; the library's root for an invalid index.
   BoxLibraryNode* node(const QModelIndex& index) const;
   /// The index of node, a node of this library; invalid for the root or another node.

@@ -4,7 +4,6 @@
 #include <krboxlibrary/box_library.h>
 #include <krboxlibrary/box_library_node.h>
 
-#include "box_file.h"
 #include "model_private.h"
 #include "node_mime.h"
 
@@ -78,6 +77,45 @@ BoxLibraryNode* BoxLibraryModel::Private::folderAt(const QModelIndex& parent,
   return folder;
 }
 
+void BoxLibraryModel::Private::followEditor() {
+  QObject::connect(&editor, &BoxLibraryEditor::nodeAboutToBeInserted, q,
+                   [this](BoxLibraryNode* folder, int index) {
+                     q->beginInsertRows(indexOf(folder), index, index);
+                   });
+  QObject::connect(&editor, &BoxLibraryEditor::nodeInserted, q, [this](BoxLibraryNode* node) {
+    forgetRows(node->parent());
+    q->endInsertRows();
+  });
+  QObject::connect(&editor, &BoxLibraryEditor::nodeAboutToBeRemoved, q,
+                   [this](BoxLibraryNode* node) {
+                     const int row = rowOf(node);
+                     q->beginRemoveRows(indexOf(node->parent()), row, row);
+                     forgetSubtree(node);
+                   });
+  QObject::connect(&editor, &BoxLibraryEditor::nodeRemoved, q, [this](BoxLibraryNode* folder) {
+    forgetRows(folder);
+    q->endRemoveRows();
+  });
+  QObject::connect(&editor, &BoxLibraryEditor::nodeAboutToBeMoved, q,
+                   [this](BoxLibraryNode* node, BoxLibraryNode* folder, int index) {
+                     movingFrom = node->parent();
+                     const int row = rowOf(node);
+                     // Qt counts the destination before the node leaves.
+                     const int before = folder == movingFrom && index > row ? index + 1 : index;
+                     q->beginMoveRows(indexOf(movingFrom), row, row, indexOf(folder), before);
+                   });
+  QObject::connect(&editor, &BoxLibraryEditor::nodeMoved, q, [this](BoxLibraryNode* node) {
+    forgetRows(movingFrom);
+    forgetRows(node->parent());
+    q->endMoveRows();
+  });
+  QObject::connect(&editor, &BoxLibraryEditor::expandedChanged, q, [this](BoxLibraryNode* folder) {
+    const QModelIndex index = indexOf(folder);
+    if (index.isValid())
+      emit q->dataChanged(index, index, {ExpandedRole});
+  });
+}
+
 bool BoxLibraryModel::Private::refuse(const QString& reason) {
   error = reason;
   emit q->editRefused(reason);
@@ -91,6 +129,7 @@ const char BoxLibraryModel::kNodesMimeType[] = "application/x-krbox-library-node
 BoxLibraryModel::BoxLibraryModel(BoxLibrary* library, QObject* parent)
     : QAbstractItemModel(parent), d(std::make_unique<Private>(this, library)) {
   d->id = models::registerModel(this);
+  d->followEditor();
   // Box data changed through its setters, and renames, whoever made them.
   connect(library, &BoxLibrary::dataChanged, this, [this](BoxLibraryNode* node) {
     const QModelIndex index = d->indexOf(node);
@@ -105,6 +144,10 @@ BoxLibraryModel::~BoxLibraryModel() {
 
 BoxLibrary* BoxLibraryModel::library() const {
   return d->library;
+}
+
+BoxLibraryEditor* BoxLibraryModel::editor() const {
+  return &d->editor;
 }
 
 BoxLibraryNode* BoxLibraryModel::node(const QModelIndex& index) const {
@@ -155,26 +198,16 @@ QVariant BoxLibraryModel::data(const QModelIndex& index, int role) const {
   const BoxData* box = n->boxData().get();
   switch (role) {
     case Qt::DisplayRole:
-    case Qt::EditRole:
-      return QString::fromUtf8(n->name().c_str());
-    case Qt::ToolTipRole:
-      return box ? QVariant(box->tooltip()) : QVariant();
-    case KindRole:
-      return box ? QStringLiteral("box") : QStringLiteral("folder");
-    case BehaviorRole:
-      return box && box->behavior();
-    case BitmapsRole:
-      return box ? QStringList(box->bitmaps()) : QStringList();
-    case BitmapExpandedRole:
-      return box && box->bitmapExpanded();
-    case TagsRole:
-      return box ? box->tags() : QStringList();
-    case ExpandedRole:
-      return n->isExpanded();
-    case PathRole:
-      return n->path();
-    default:
-      return QVariant();
+    case Qt::EditRole: return QString::fromUtf8(n->name().c_str());
+    case Qt::ToolTipRole: return box ? QVariant(box->tooltip()) : QVariant();
+    case KindRole: return box ? QStringLiteral("box") : QStringLiteral("folder");
+    case BehaviorRole: return box && box->behavior();
+    case BitmapsRole: return box ? QStringList(box->bitmaps()) : QStringList();
+    case BitmapExpandedRole: return box && box->bitmapExpanded();
+    case TagsRole: return box ? box->tags() : QStringList();
+    case ExpandedRole: return n->isExpanded();
+    case PathRole: return n->path();
+    default: return QVariant();
   }
 }
 
@@ -191,39 +224,24 @@ bool BoxLibraryModel::setData(const QModelIndex& index, const QVariant& value, i
   QString text;
   switch (role) {
     case Qt::DisplayRole:
-    case Qt::EditRole: {
-      const QString name = value.toString();
-      if (name.trimmed().isEmpty())
-        return d->refuse(QStringLiteral("a name cannot be empty"));
-      if (name.toUtf8().toStdString() == n->name())
-        return true;
+    case Qt::EditRole:
       step.kind = EditStep::Rename;
+      step.exact = false;
       text = QStringLiteral("Rename %1").arg(quoted(n));
       break;
-    }
     case ExpandedRole:
-      if (n->isBox())
-        return d->refuse(QStringLiteral("a box has no expanded state"));
-      if (value.toBool() == n->isExpanded())
-        return true;
       text = QStringLiteral("%1 %2").arg(value.toBool() ? "Expand" : "Collapse", quoted(n));
       break;
     case Qt::ToolTipRole:
     case BitmapsRole:
     case BitmapExpandedRole:
-      if (!n->isBox())
-        return d->refuse(QStringLiteral("%1 is a folder, not a box").arg(quoted(n)));
-      if (data(index, role) == value ||
-          (role == Qt::ToolTipRole && n->boxData()->tooltip() == value.toString()))
-        return true;
       text = QStringLiteral("Change the %1 of %2")
                  .arg(role == Qt::ToolTipRole ? "tooltip"
                       : role == BitmapsRole   ? "bitmaps"
                                               : "bitmap style",
                       quoted(n));
       break;
-    default:
-      return false;
+    default: return d->refuse(QStringLiteral("the role %1 cannot be changed").arg(role));
   }
   std::vector<EditStep> steps;
   steps.push_back(std::move(step));
@@ -276,12 +294,9 @@ bool BoxLibraryModel::removeRows(int row, int count, const QModelIndex& parent) 
   }
   const QString text = count == 1 ? QStringLiteral("Remove %1").arg(quoted(folder->child(row)))
                                   : QStringLiteral("Remove %1 entries").arg(count);
-  std::vector<EditStep> steps(static_cast<std::size_t>(count));
-  for (EditStep& step : steps) {
-    step.kind = EditStep::Remove;
-    step.parent = d->pathOf(folder);
-    step.row = row;
-  }
+  std::vector<EditStep> steps;
+  for (int i = 0; i < count; ++i)
+    steps.push_back(d->removeStep(folder->child(row)));
   return d->perform(text, std::move(steps));
 }
 
@@ -308,26 +323,18 @@ QModelIndex BoxLibraryModel::insertFolder(const QModelIndex& parent, int row, co
   BoxLibraryNode* folder = d->folderAt(parent, &reason);
   if (!folder)
     return d->refuse(reason), QModelIndex();
-  if (name.trimmed().isEmpty())
-    return d->refuse(QStringLiteral("a name cannot be empty")), QModelIndex();
-  const std::string utf8 = name.toUtf8().toStdString();
-  return d->insertNew(QStringLiteral("New folder \u201c%1\u201d").arg(name), folder, row,
-                      [&utf8](BoxLibraryNode* target, int at) {
-                        return target->insertChild(at, utf8, /*expanded=*/true);
-                      });
+  return d->insertNew(QStringLiteral("New folder %1"),
+                      [&] { return d->editor.newFolder(folder, row, name, /*expanded=*/true); });
 }
 
 QModelIndex BoxLibraryModel::addBoxFile(const QModelIndex& parent, int row, const QString& boxFile,
                                         const QStringList& resources) {
   QString reason;
   BoxLibraryNode* folder = d->folderAt(parent, &reason);
-  models::BoxFile box;
-  if (!folder || !models::readBoxFile(boxFile, resources, box, &reason))
+  if (!folder)
     return d->refuse(reason), QModelIndex();
-  return d->insertNew(
-      QStringLiteral("Add box \u201c%1\u201d").arg(QString::fromUtf8(box.description.name.c_str())),
-      folder, row,
-      [&box](BoxLibraryNode* target, int at) { return target->insertChild(at, box.description); });
+  return d->insertNew(QStringLiteral("Add box %1"),
+                      [&] { return d->editor.addBoxFile(folder, row, boxFile, resources); });
 }
 
 QModelIndex BoxLibraryModel::insertCopy(const QModelIndex& parent, int row,
@@ -336,11 +343,8 @@ QModelIndex BoxLibraryModel::insertCopy(const QModelIndex& parent, int row,
   BoxLibraryNode* folder = d->folderAt(parent, &reason);
   if (!folder)
     return d->refuse(reason), QModelIndex();
-  if (row < 0)
-    row = folder->childCount();
-  if (!d->insertCopies({&source}, folder, row, QStringLiteral("Copy %1").arg(quoted(&source))))
-    return QModelIndex();
-  return index(row, 0, d->indexOf(folder));
+  return d->insertNew(QStringLiteral("Copy %1"),
+                      [&] { return d->editor.copy(&source, folder, row); });
 }
 
 QString BoxLibraryModel::errorString() const {

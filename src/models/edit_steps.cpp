@@ -12,23 +12,11 @@ namespace KR {
 
 namespace {
 
-// Ends a begin...() of the model when the scope ends, thrown out of or not.
-class EndOnExit {
-public:
-  explicit EndOnExit(std::function<void()> end) : m_end(std::move(end)) {}
-  ~EndOnExit() { m_end(); }
-  EndOnExit(const EndOnExit&) = delete;
-  EndOnExit& operator=(const EndOnExit&) = delete;
-
-private:
-  std::function<void()> m_end;
-};
-
 // The undo stack keeps this many edits; older ones are forgotten.
 constexpr std::size_t kMaxCommands = 200;
 
 [[noreturn]] void outOfStep() {
-  throw std::logic_error("the undo stack is out of step with the tree");
+  throw Refused{QStringLiteral("the undo stack is out of step with the tree")};
 }
 
 bool isWithin(const BoxLibraryNode* node, const BoxLibraryNode* ancestor) {
@@ -41,39 +29,34 @@ bool isWithin(const BoxLibraryNode* node, const BoxLibraryNode* ancestor) {
 
 }  // namespace
 
-EditStep BoxLibraryModel::Private::apply(EditStep& step) {
+std::optional<EditStep> BoxLibraryModel::Private::apply(EditStep& step) {
   BoxLibraryNode* folder = library->node(step.parent);
   BoxLibraryNode* node = folder ? folder->child(step.row) : nullptr;
   if (!folder || (step.kind != EditStep::Insert && !node))
     outOfStep();
+  const auto refused = [this] { throw Refused{editor.errorString()}; };
   EditStep inverse;
   inverse.parent = step.parent;
   inverse.row = step.row;
   switch (step.kind) {
-    case EditStep::Insert: {
-      if (!step.subtree || step.row > folder->childCount())
-        outOfStep();
-      {
-        q->beginInsertRows(indexOf(folder), step.row, step.row);
-        const EndOnExit end([this] { q->endInsertRows(); });
-        node = folder->insertChild(step.row, step.subtree.release());
-        forgetRows(folder);
-      }
-      // A copy's box data is not attached to its node: announce its changes from now on.
-      if (node->isBox())
-        node->setBoxDataInternal(node->boxData());
+    case EditStep::Insert:
+      if (!step.subtree ||
+          !editor.copy(step.subtree.get(), folder, step.row, BoxLibraryEditor::ExactName))
+        refused();
+      step.subtree.reset();
       inverse.kind = EditStep::Remove;
       break;
-    }
     case EditStep::Remove: {
       inverse.kind = EditStep::Insert;
-      inverse.subtree.reset(node->clone());
-      q->beginRemoveRows(indexOf(folder), step.row, step.row);
-      const EndOnExit end([this] { q->endRemoveRows(); });
-      forgetSubtree(node);
-      folder->removeChild(step.row);
-      forgetRows(folder);
-      delete node;
+      try {
+        inverse.subtree.reset(node->clone());
+      } catch (const std::exception& e) {
+        throw Refused{QString::fromUtf8(e.what())};
+      }
+      // A detached node takes a name as it is: "Box (3)" comes back as "Box (3)".
+      inverse.subtree->setName(node->name());
+      if (!editor.remove(node))
+        refused();
       break;
     }
     case EditStep::Move: {
@@ -84,90 +67,82 @@ EditStep BoxLibraryModel::Private::apply(EditStep& step) {
       if (target.size() > depth && target.mid(0, depth) == step.parent && target[depth] >= step.row)
         ++target[depth];
       BoxLibraryNode* to = library->node(target);
-      if (!to || to->isBox() || isWithin(to, node) || step.toRow > to->childCount() - (to == folder))
+      if (!to)
         outOfStep();
       inverse.kind = EditStep::Move;
       inverse.parent = step.toParent;
       inverse.row = step.toRow;
       inverse.toParent = step.parent;
       inverse.toRow = step.row;
+      inverse.value = QString::fromUtf8(node->name().c_str());
       if (to == folder && step.toRow == step.row)
-        break;
-      const int before = to == folder && step.toRow > step.row ? step.toRow + 1 : step.toRow;
-      if (!q->beginMoveRows(indexOf(folder), step.row, step.row, indexOf(to), before))
-        outOfStep();
-      const std::string oldName = node->name();
-      {
-        const EndOnExit end([this] { q->endMoveRows(); });
-        // take() copies the files out but leaves the old directory, listing and relay.
-        const QString oldPath = node->path();
-        std::unique_ptr<BoxLibraryNode> taken(node->take());
-        forgetRows(folder);
-        library->projectModel()->remove(oldPath);
-        folder->saveFolder();
-        QObject::disconnect(taken.get(), &BoxLibraryNode::dataChanged, folder,
-                            &BoxLibraryNode::dataChanged);
-        to->insertChild(step.toRow, taken.release());
-        forgetRows(to);
-      }
-      // A sibling of the same name in the new folder numbers it.
-      if (node->name() != oldName) {
-        const QModelIndex index = indexOf(node);
-        emit q->dataChanged(index, index);
-      }
+        return std::nullopt;
+      if (!editor.move(node, to, step.toRow))
+        refused();
+      // An undone move brings back the name a sibling there made it give up.
+      if (step.value.isValid() && step.value.toString() != inverse.value.toString() &&
+          !editor.rename(node, step.value.toString(), BoxLibraryEditor::ExactName))
+        refused();
       break;
     }
-    case EditStep::Rename:
+    case EditStep::Rename: {
       inverse.kind = EditStep::Rename;
       inverse.value = QString::fromUtf8(node->name().c_str());
-      node->setName(step.value.toString().toUtf8().toStdString());
-      // The listing names children by name.
-      folder->saveFolder();
+      if (!editor.rename(node, step.value.toString(),
+                         step.exact ? BoxLibraryEditor::ExactName : BoxLibraryEditor::NumberedName))
+        refused();
+      if (node->name() == inverse.value.toString().toStdString())
+        return std::nullopt;
       break;
+    }
     case EditStep::SetValue: {
       inverse.kind = EditStep::SetValue;
       inverse.role = step.role;
-      BoxData* box = node->boxData().get();
-      if (step.role == BoxLibraryModel::ExpandedRole) {
-        inverse.value = node->isExpanded();
-        node->setExpanded(step.value.toBool());
-        const QModelIndex index = indexOf(node);
-        emit q->dataChanged(index, index, {BoxLibraryModel::ExpandedRole});
-        break;
-      }
-      if (!box)
+      inverse.value = q->data(q->index(step.row, 0, indexOf(folder)), step.role);
+      if (inverse.value == step.value)
+        return std::nullopt;
+      bool done = false;
+      if (step.role == BoxLibraryModel::ExpandedRole)
+        done = editor.setExpanded(node, step.value.toBool());
+      else if (step.role == Qt::ToolTipRole)
+        done = editor.setTooltip(node, step.value.toString());
+      else if (step.role == BoxLibraryModel::BitmapsRole)
+        done = editor.setBitmaps(node, step.value.toStringList());
+      else if (step.role == BoxLibraryModel::BitmapExpandedRole)
+        done = editor.setBitmapExpanded(node, step.value.toBool());
+      else
         outOfStep();
-      // The box data's setters announce the change through the library.
-      if (step.role == Qt::ToolTipRole) {
-        inverse.value = box->tooltip();
-        box->setTooltip(step.value.toString());
-      } else if (step.role == BoxLibraryModel::BitmapsRole) {
-        inverse.value = QStringList(box->bitmaps());
-        box->setBitmaps(step.value.toStringList());
-      } else if (step.role == BoxLibraryModel::BitmapExpandedRole) {
-        inverse.value = box->bitmapExpanded();
-        box->setBitmapExpanded(step.value.toBool());
-      } else {
-        outOfStep();
-      }
+      if (!done)
+        refused();
       break;
     }
   }
   return inverse;
 }
 
-bool BoxLibraryModel::Private::perform(
-    const QString& text, const std::function<void(std::vector<EditStep>& undo)>& body) {
+void BoxLibraryModel::Private::rollBack(std::vector<EditStep>& undo) {
+  for (auto it = undo.rbegin(); it != undo.rend(); ++it)
+    apply(*it);
+  undo.clear();
+}
+
+bool BoxLibraryModel::Private::perform(const QString& text,
+                                       const std::function<void(EditCommand& command)>& body) {
   const StackState before = state();
   justMoved.clear();
   EditCommand command;
   command.text = text;
   try {
-    body(command.steps);
-  } catch (const std::exception& e) {
-    resetAll();
+    body(command);
+  } catch (const Refused& refusal) {
+    try {
+      rollBack(command.steps);
+    } catch (const Refused&) {
+      // What cannot be put back leaves rows the stack no longer knows.
+      resetAll();
+    }
     announce(before);
-    return refuse(QStringLiteral("%1 failed: %2").arg(text, QString::fromUtf8(e.what())));
+    return refuse(refusal.reason);
   }
   if (!command.steps.empty())
     push(std::move(command));
@@ -176,32 +151,33 @@ bool BoxLibraryModel::Private::perform(
 }
 
 bool BoxLibraryModel::Private::perform(const QString& text, std::vector<EditStep> steps) {
-  return perform(text, [this, &steps](std::vector<EditStep>& undo) {
-    for (EditStep& step : steps)
-      undo.push_back(apply(step));
+  return perform(text, [this, &steps](EditCommand& command) {
+    for (EditStep& step : steps) {
+      if (std::optional<EditStep> inverse = apply(step))
+        command.steps.push_back(std::move(*inverse));
+    }
   });
 }
 
-QModelIndex BoxLibraryModel::Private::insertNew(
-    const QString& text, BoxLibraryNode* folder, int row,
-    const std::function<BoxLibraryNode*(BoxLibraryNode*, int)>& create) {
-  if (row < 0)
-    row = folder->childCount();
-  if (row > folder->childCount())
-    return refuse(QStringLiteral("no row %1 in the folder").arg(row)), QModelIndex();
+EditStep BoxLibraryModel::Private::removeStep(const BoxLibraryNode* node) const {
+  EditStep remove;
+  remove.kind = EditStep::Remove;
+  remove.parent = pathOf(node->parent());
+  remove.row = rowOf(node);
+  return remove;
+}
+
+QModelIndex BoxLibraryModel::Private::insertNew(const QString& text,
+                                                const std::function<BoxLibraryNode*()>& create) {
   BoxLibraryNode* node = nullptr;
-  const bool done = perform(text, [&](std::vector<EditStep>& undo) {
-    {
-      q->beginInsertRows(indexOf(folder), row, row);
-      const EndOnExit end([this] { q->endInsertRows(); });
-      node = create(folder, row);
-      forgetRows(folder);
-    }
-    EditStep remove;
-    remove.kind = EditStep::Remove;
-    remove.parent = pathOf(folder);
-    remove.row = row;
-    undo.push_back(std::move(remove));
+  const bool done = perform(text, [&](EditCommand& command) {
+    node = create();
+    if (!node)
+      throw Refused{editor.errorString()};
+    // The text names what was made, known only once it is.
+    command.text =
+        text.arg(QStringLiteral("\u201c%1\u201d").arg(QString::fromUtf8(node->name().c_str())));
+    command.steps.push_back(removeStep(node));
   });
   return done ? indexOf(node) : QModelIndex();
 }
@@ -224,9 +200,9 @@ EditStep BoxLibraryModel::Private::moveStep(BoxLibraryNode* node, BoxLibraryNode
 
 bool BoxLibraryModel::Private::moveNodes(const QList<BoxLibraryNode*>& nodes,
                                          BoxLibraryNode* target, int row, const QString& text) {
-  if (row < 0)
+  if (row == -1)
     row = target->childCount();
-  if (row > target->childCount())
+  if (row < 0 || row > target->childCount())
     return refuse(QStringLiteral("no row %1 in the folder").arg(row));
   for (const BoxLibraryNode* node : nodes) {
     if (!node->parent())
@@ -240,43 +216,40 @@ bool BoxLibraryModel::Private::moveNodes(const QList<BoxLibraryNode*>& nodes,
     if (!nodes.contains(target->child(i)))
       anchor = target->child(i);
   }
-  const bool done = perform(text, [&](std::vector<EditStep>& undo) {
+  // Nodes that end where they are make no edit at all.
+  QList<BoxLibraryNode*> after = target->childList();
+  for (BoxLibraryNode* node : nodes)
+    after.removeAll(node);
+  const int at = anchor ? static_cast<int>(after.indexOf(anchor)) : static_cast<int>(after.size());
+  for (int i = 0; i < nodes.size(); ++i)
+    after.insert(at + i, nodes.at(i));
+  if (after == target->childList())
+    return true;
+  return perform(text, [&](EditCommand& command) {
     for (BoxLibraryNode* node : nodes) {
       const bool here = node->parent() == target;
       int to = anchor ? rowOf(anchor) : target->childCount();
       if (here && rowOf(node) < to)
         --to;
-      if (here && rowOf(node) == to)
-        continue;
       EditStep step = moveStep(node, target, to);
-      undo.push_back(apply(step));
+      if (std::optional<EditStep> inverse = apply(step))
+        command.steps.push_back(std::move(*inverse));
     }
   });
-  if (done) {
-    for (const BoxLibraryNode* node : nodes)
-      justMoved.append(QPersistentModelIndex(indexOf(node)));
-  }
-  return done;
 }
 
 bool BoxLibraryModel::Private::insertCopies(const QList<const BoxLibraryNode*>& sources,
                                             BoxLibraryNode* target, int row, const QString& text) {
-  if (row < 0)
+  if (row == -1)
     row = target->childCount();
-  if (row > target->childCount())
+  if (row < 0 || row > target->childCount())
     return refuse(QStringLiteral("no row %1 in the folder").arg(row));
-  return perform(text, [&](std::vector<EditStep>& undo) {
-    // Copied before any is inserted, so that a folder copied into itself is copied once.
-    std::vector<std::unique_ptr<BoxLibraryNode>> copies;
-    for (const BoxLibraryNode* source : sources)
-      copies.emplace_back(source->clone());
-    for (std::size_t i = 0; i < copies.size(); ++i) {
-      EditStep insert;
-      insert.kind = EditStep::Insert;
-      insert.parent = pathOf(target);
-      insert.row = row + static_cast<int>(i);
-      insert.subtree = std::move(copies[i]);
-      undo.push_back(apply(insert));
+  return perform(text, [&](EditCommand& command) {
+    for (int i = 0; i < sources.size(); ++i) {
+      const BoxLibraryNode* copy = editor.copy(sources.at(i), target, row + i);
+      if (!copy)
+        throw Refused{editor.errorString()};
+      command.steps.push_back(removeStep(copy));
     }
   });
 }
@@ -284,8 +257,21 @@ bool BoxLibraryModel::Private::insertCopies(const QList<const BoxLibraryNode*>& 
 void BoxLibraryModel::Private::run(EditCommand& command) {
   std::vector<EditStep> inverse;
   inverse.reserve(command.steps.size());
-  for (auto it = command.steps.rbegin(); it != command.steps.rend(); ++it)
-    inverse.push_back(apply(*it));
+  try {
+    for (auto it = command.steps.rbegin(); it != command.steps.rend(); ++it) {
+      if (std::optional<EditStep> step = apply(*it))
+        inverse.push_back(std::move(*step));
+    }
+  } catch (const Refused&) {
+    // The steps applied so far are put back, so the command stays as it was; what cannot
+    // be put back leaves rows the stack no longer knows.
+    try {
+      rollBack(inverse);
+    } catch (const Refused&) {
+      resetAll();
+    }
+    throw;
+  }
   command.steps = std::move(inverse);
 }
 
@@ -307,7 +293,7 @@ void BoxLibraryModel::Private::resetAll() {
 }
 
 BoxLibraryModel::Private::StackState BoxLibraryModel::Private::state() const {
-  return {done > 0, done < commands.size(), done > 0 ? commands[done - 1].text : QString(),
+  return {done > 0, done<commands.size(), done> 0 ? commands[done - 1].text : QString(),
           done < commands.size() ? commands[done].text : QString()};
 }
 
@@ -347,9 +333,8 @@ void BoxLibraryModel::undo() {
   try {
     d->run(d->commands[d->done - 1]);
     --d->done;
-  } catch (const std::exception& e) {
-    d->resetAll();
-    d->refuse(QStringLiteral("Undo failed: %1").arg(QString::fromUtf8(e.what())));
+  } catch (const Refused& refusal) {
+    d->refuse(QStringLiteral("Undo failed: %1").arg(refusal.reason));
   }
   d->announce(before);
 }
@@ -362,9 +347,8 @@ void BoxLibraryModel::redo() {
   try {
     d->run(d->commands[d->done]);
     ++d->done;
-  } catch (const std::exception& e) {
-    d->resetAll();
-    d->refuse(QStringLiteral("Redo failed: %1").arg(QString::fromUtf8(e.what())));
+  } catch (const Refused& refusal) {
+    d->refuse(QStringLiteral("Redo failed: %1").arg(refusal.reason));
   }
   d->announce(before);
 }

@@ -2,17 +2,21 @@
 #define KRBOXLIBRARY_SRC_MODELS_MODEL_PRIVATE_H
 
 #include <krboxlibrary/box_library.h>
+#include <krboxlibrary/box_library_editor.h>
 #include <krboxlibrary/box_library_model.h>
 #include <krboxlibrary/box_library_node.h>
 
 #include <QHash>
 #include <QList>
+#include <QMimeData>
 #include <QPersistentModelIndex>
+#include <QPointer>
 #include <QString>
 #include <QVariant>
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -29,7 +33,8 @@ struct EditStep {
   QList<int> toParent;  // Move: the target folder, as a path once the node has left
   int toRow = 0;        // Move: the row in toParent once the node has left
   int role = 0;         // SetValue
-  QVariant value;       // SetValue: the value; Rename: the name
+  QVariant value;       // SetValue: the value; Rename: the name; Move: the name after, if any
+  bool exact = true;    // Rename: the name exactly when free (undo), or numbered (a user's)
   std::unique_ptr<BoxLibraryNode> subtree;  // Insert: the detached copy to insert
 };
 
@@ -39,9 +44,15 @@ struct EditCommand {
   std::vector<EditStep> steps;
 };
 
+/// An edit the editor refused, or an undo step out of step with the tree.
+struct Refused {
+  QString reason;
+};
+
 class BoxLibraryModel::Private {
 public:
-  Private(BoxLibraryModel* model, BoxLibrary* library) : q(model), library(library) {}
+  Private(BoxLibraryModel* model, BoxLibrary* library)
+      : q(model), library(library), editor(library) {}
 
   // Rows.
   int rowOf(const BoxLibraryNode* node) const;
@@ -50,18 +61,22 @@ public:
   void forgetRows(const BoxLibraryNode* folder) { rows.erase(folder); }
   void forgetSubtree(const BoxLibraryNode* node);
   BoxLibraryNode* folderAt(const QModelIndex& parent, QString* error) const;
+  // The editor's changes of child lists, as the model's row signals.
+  void followEditor();
 
   // Edits (edit_steps.cpp).
-  EditStep apply(EditStep& step);
-  /// Runs steps as one undo step named text. False when one throws: the views are reset and
-  /// the undo stack forgotten, since the tree may be half changed.
+  /// Applies step; what undoes it, or nothing when the step changed nothing. Throws Refused.
+  std::optional<EditStep> apply(EditStep& step);
+  /// Runs body, which applies steps and appends what undoes each to the command's steps, as
+  /// one undo step named text (body may name it better). A step refused rolls back the ones
+  /// before it, and the edit is refused.
+  bool perform(const QString& text, const std::function<void(EditCommand& command)>& body);
+  /// perform() of steps that do not depend on each other.
   bool perform(const QString& text, std::vector<EditStep> steps);
-  /// perform() for edits whose steps depend on the ones before: body applies them itself
-  /// and appends what undoes each to undo.
-  bool perform(const QString& text, const std::function<void(std::vector<EditStep>& undo)>& body);
-  /// Inserts what create() makes in folder at row as one undo step; its index.
-  QModelIndex insertNew(const QString& text, BoxLibraryNode* folder, int row,
-                        const std::function<BoxLibraryNode*(BoxLibraryNode*, int)>& create);
+  /// Inserts what create() makes, or refuses with the editor's reason; its index. text
+  /// names the new node with "%1".
+  QModelIndex insertNew(const QString& text, const std::function<BoxLibraryNode*()>& create);
+  EditStep removeStep(const BoxLibraryNode* node) const;
   EditStep moveStep(BoxLibraryNode* node, BoxLibraryNode* target, int rowAfterLeaving) const;
   /// Moves nodes, in order, into target before what is at row now (-1: at the end).
   bool moveNodes(const QList<BoxLibraryNode*>& nodes, BoxLibraryNode* target, int row,
@@ -69,7 +84,10 @@ public:
   bool insertCopies(const QList<const BoxLibraryNode*>& sources, BoxLibraryNode* target, int row,
                     const QString& text);
   bool refuse(const QString& reason);
+  // Applies a command's steps last first and keeps their inverses; rolled back when one is
+  // refused, which throws Refused on.
   void run(EditCommand& command);
+  void rollBack(std::vector<EditStep>& undo);
   void push(EditCommand command);
   void resetAll();
   // Emits the undo stack's signals for what changed since before.
@@ -80,14 +98,26 @@ public:
   StackState state() const;
   void announce(const StackState& before);
 
+  // Drags name nodes by an id of their own, so that a drop finds them wherever they went.
+  QList<quint64> dragIds(const QList<BoxLibraryNode*>& nodes) const;
+  BoxLibraryNode* draggedNode(quint64 id) const;
+  /// The nodes a drop carries and their model; false, with why, when one is gone.
+  bool droppedNodes(const QMimeData& data, BoxLibraryModel*& model, QList<BoxLibraryNode*>& nodes,
+                    QString& why) const;
+
   BoxLibraryModel* q;
   BoxLibrary* library;
+  BoxLibraryEditor editor;
   // Per folder with many children, node -> row, rebuilt when a lookup finds it stale.
   mutable std::unordered_map<const BoxLibraryNode*, QHash<const BoxLibraryNode*, int>> rows;
   std::vector<EditCommand> commands;
   std::size_t done = 0;  // commands[0, done) can be undone
   QString error;
   quint64 id = 0;
+  mutable QHash<quint64, QPointer<BoxLibraryNode>> dragged;
+  mutable quint64 nextDragId = 0;
+  // Where a node being moved comes from, between the editor's two signals.
+  const BoxLibraryNode* movingFrom = nullptr;
   // The nodes a move drop just moved: a view's removeRows() of them right after is a no-op.
   QList<QPersistentModelIndex> justMoved;
 };

@@ -3,7 +3,6 @@
 #include <krboxlibrary/box_library_model.h>
 #include <krboxlibrary/box_library_node.h>
 
-#include "box_file.h"
 #include "model_private.h"
 
 #include <QCoreApplication>
@@ -49,10 +48,10 @@ void unregisterModel(quint64 id) {
   registry().remove(id);
 }
 
-QByteArray encodeNodes(quint64 id, const QList<QList<int>>& paths) {
+QByteArray encodeNodes(quint64 id, const QList<quint64>& nodes) {
   QByteArray bytes;
   QDataStream stream(&bytes, QIODevice::WriteOnly);
-  stream << static_cast<qint64>(QCoreApplication::applicationPid()) << id << paths;
+  stream << static_cast<qint64>(QCoreApplication::applicationPid()) << id << nodes;
   return bytes;
 }
 
@@ -60,7 +59,7 @@ bool decodeNodes(const QByteArray& bytes, DraggedNodes& nodes) {
   QDataStream stream(bytes);
   qint64 pid = 0;
   quint64 id = 0;
-  stream >> pid >> id >> nodes.paths;
+  stream >> pid >> id >> nodes.nodes;
   if (stream.status() != QDataStream::Ok)
     return false;
   nodes.model = pid == QCoreApplication::applicationPid() ? registry().value(id) : nullptr;
@@ -68,6 +67,24 @@ bool decodeNodes(const QByteArray& bytes, DraggedNodes& nodes) {
 }
 
 }  // namespace models
+
+QList<quint64> BoxLibraryModel::Private::dragIds(const QList<BoxLibraryNode*>& nodes) const {
+  // Nodes gone since earlier drags are forgotten as new ones come.
+  for (auto it = dragged.begin(); it != dragged.end();)
+    it = it->isNull() ? dragged.erase(it) : std::next(it);
+  QList<quint64> ids;
+  for (BoxLibraryNode* node : nodes) {
+    dragged.insert(++nextDragId, node);
+    ids.append(nextDragId);
+  }
+  return ids;
+}
+
+BoxLibraryNode* BoxLibraryModel::Private::draggedNode(quint64 id) const {
+  BoxLibraryNode* node = dragged.value(id);
+  // Removed nodes are deleted; a node still alive must still be in this library.
+  return node && node->parent() && node->library() == library ? node : nullptr;
+}
 
 Qt::DropActions BoxLibraryModel::supportedDragActions() const {
   return Qt::MoveAction | Qt::CopyAction;
@@ -91,10 +108,48 @@ QMimeData* BoxLibraryModel::mimeData(const QModelIndexList& indexes) const {
     return nullptr;
   // Rows in tree order, so that the drop keeps it.
   std::sort(paths.begin(), paths.end());
+  QList<BoxLibraryNode*> nodes;
+  for (const QList<int>& path : paths)
+    nodes.append(d->library->node(path));
   auto* data = new QMimeData;
-  data->setData(QLatin1String(kNodesMimeType), models::encodeNodes(d->id, paths));
+  data->setData(QLatin1String(kNodesMimeType), models::encodeNodes(d->id, d->dragIds(nodes)));
   return data;
 }
+
+bool BoxLibraryModel::Private::droppedNodes(const QMimeData& data, BoxLibraryModel*& model,
+                                            QList<BoxLibraryNode*>& nodes, QString& why) const {
+  models::DraggedNodes dragged;
+  if (!models::decodeNodes(data.data(QLatin1String(BoxLibraryModel::kNodesMimeType)), dragged)) {
+    why = QStringLiteral("the dropped entries cannot be read");
+    return false;
+  }
+  if (!dragged.model) {
+    why = QStringLiteral("the dropped entries' library is no longer open");
+    return false;
+  }
+  model = dragged.model;
+  for (const quint64 id : dragged.nodes) {
+    BoxLibraryNode* node = model->d->draggedNode(id);
+    if (!node) {
+      why = QStringLiteral("a dropped entry is no longer there");
+      return false;
+    }
+    nodes.append(node);
+  }
+  return !nodes.isEmpty();
+}
+
+namespace {
+
+bool isWithin(const BoxLibraryNode* node, const BoxLibraryNode* ancestor) {
+  for (; node; node = node->parent()) {
+    if (node == ancestor)
+      return true;
+  }
+  return false;
+}
+
+}  // namespace
 
 bool BoxLibraryModel::canDropMimeData(const QMimeData* data, Qt::DropAction action, int row,
                                       int column, const QModelIndex& parent) const {
@@ -103,23 +158,16 @@ bool BoxLibraryModel::canDropMimeData(const QMimeData* data, Qt::DropAction acti
     return false;
   QString reason;
   const BoxLibraryNode* folder = d->folderAt(parent, &reason);
-  if (!folder || row > folder->childCount())
+  if (!folder || row < -1 || row > folder->childCount())
     return false;
-  models::DraggedNodes nodes;
-  if (data->hasFormat(QLatin1String(kNodesMimeType)) &&
-      models::decodeNodes(data->data(QLatin1String(kNodesMimeType)), nodes) && nodes.model) {
-    for (const QList<int>& path : nodes.paths) {
-      const BoxLibraryNode* node = nodes.model->library()->node(path);
-      if (!node)
-        return false;
-      if (nodes.model == this && action == Qt::MoveAction) {
-        for (const BoxLibraryNode* up = folder; up; up = up->parent()) {
-          if (up == node)
-            return false;
-        }
-      }
-    }
-    return true;
+  if (data->hasFormat(QLatin1String(kNodesMimeType))) {
+    BoxLibraryModel* from = nullptr;
+    QList<BoxLibraryNode*> nodes;
+    if (!d->droppedNodes(*data, from, nodes, reason))
+      return false;
+    // Neither a move nor a copy goes into the dragged folder or below it.
+    return std::none_of(nodes.begin(), nodes.end(),
+                        [folder](const BoxLibraryNode* node) { return isWithin(folder, node); });
   }
   QStringList files;
   return data->hasUrls() && models::boxFiles(data->urls(), files);
@@ -138,70 +186,47 @@ bool BoxLibraryModel::dropMimeData(const QMimeData* data, Qt::DropAction action,
   BoxLibraryNode* folder = d->folderAt(parent, &reason);
   if (!folder)
     return d->refuse(QStringLiteral("cannot drop here: %1").arg(reason));
-  if (row < 0)
+  if (row == -1)
     row = folder->childCount();
-  if (row > folder->childCount())
+  if (row < 0 || row > folder->childCount())
     return d->refuse(QStringLiteral("no row %1 in the folder").arg(row));
 
   if (data->hasFormat(QLatin1String(kNodesMimeType))) {
-    models::DraggedNodes dragged;
-    if (!models::decodeNodes(data->data(QLatin1String(kNodesMimeType)), dragged))
-      return d->refuse(QStringLiteral("the dropped entries cannot be read"));
-    if (!dragged.model)
-      return d->refuse(QStringLiteral("the dropped entries' library is no longer open"));
+    BoxLibraryModel* from = nullptr;
     QList<BoxLibraryNode*> nodes;
-    for (const QList<int>& path : dragged.paths) {
-      BoxLibraryNode* node = dragged.model->library()->node(path);
-      if (!node || !node->parent())
-        return d->refuse(QStringLiteral("a dropped entry is no longer there"));
-      nodes.append(node);
-    }
-    const QString what = nodes.size() == 1
-                             ? QStringLiteral("\u201c%1\u201d")
-                                   .arg(QString::fromUtf8(nodes.first()->name().c_str()))
-                             : QStringLiteral("%1 entries").arg(nodes.size());
+    if (!d->droppedNodes(*data, from, nodes, reason))
+      return d->refuse(reason);
+    const QString what =
+        nodes.size() == 1
+            ? QStringLiteral("\u201c%1\u201d").arg(QString::fromUtf8(nodes.first()->name().c_str()))
+            : QStringLiteral("%1 entries").arg(nodes.size());
     // Nodes of this library move; a copy, or nodes of another library, are copied (the
     // other library's view removes its own after a move).
-    if (dragged.model == this && action == Qt::MoveAction)
-      return d->moveNodes(nodes, folder, row, QStringLiteral("Move %1").arg(what));
-    return d->insertCopies(QList<const BoxLibraryNode*>(nodes.begin(), nodes.end()), folder, row,
-                           QStringLiteral("Copy %1").arg(what));
+    if (from != this || action != Qt::MoveAction)
+      return d->insertCopies(QList<const BoxLibraryNode*>(nodes.begin(), nodes.end()), folder, row,
+                             QStringLiteral("Copy %1").arg(what));
+    if (!d->moveNodes(nodes, folder, row, QStringLiteral("Move %1").arg(what)))
+      return false;
+    // The view removes the rows it dragged once the drop succeeds: they have moved already.
+    for (const BoxLibraryNode* node : nodes)
+      d->justMoved.append(QPersistentModelIndex(d->indexOf(node)));
+    return true;
   }
 
   QStringList files;
   if (!data->hasUrls() || !models::boxFiles(data->urls(), files))
     return d->refuse(QStringLiteral("only box files (.bxd) and library entries can be dropped"));
-  // Every file is read before any box is made: one that is no box file refuses them all.
-  std::vector<models::BoxFile> boxes(static_cast<std::size_t>(files.size()));
-  for (int i = 0; i < files.size(); ++i) {
-    if (!models::readBoxFile(files.at(i), models::resourcesBeside(files.at(i)),
-                             boxes[static_cast<std::size_t>(i)], &reason))
-      return d->refuse(reason);
-  }
-  const QString text = boxes.size() == 1 ? QStringLiteral("Add box \u201c%1\u201d")
-                                               .arg(QString::fromUtf8(
-                                                   boxes.front().description.name.c_str()))
-                                         : QStringLiteral("Add %1 boxes").arg(boxes.size());
-  return d->perform(text, [&](std::vector<EditStep>& undo) {
-    for (std::size_t i = 0; i < boxes.size(); ++i) {
-      const int at = row + static_cast<int>(i);
-      {
-        beginInsertRows(d->indexOf(folder), at, at);
-        try {
-          folder->insertChild(at, boxes[i].description);
-        } catch (...) {
-          endInsertRows();
-          throw;
-        }
-        d->forgetRows(folder);
-        endInsertRows();
-      }
-      EditStep remove;
-      remove.kind = EditStep::Remove;
-      remove.parent = d->pathOf(folder);
-      remove.row = at;
-      undo.push_back(std::move(remove));
-    }
+  const QString text = files.size() == 1 ? QStringLiteral("Add box %1")
+                                         : QStringLiteral("Add %1 boxes").arg(files.size());
+  return d->perform(text, [&](EditCommand& command) {
+    const QList<BoxLibraryNode*> boxes = d->editor.addBoxFiles(folder, row, files);
+    if (boxes.isEmpty())
+      throw Refused{d->editor.errorString()};
+    if (boxes.size() == 1)
+      command.text = text.arg(
+          QStringLiteral("\u201c%1\u201d").arg(QString::fromUtf8(boxes.first()->name().c_str())));
+    for (const BoxLibraryNode* box : boxes)
+      command.steps.push_back(d->removeStep(box));
   });
 }
 

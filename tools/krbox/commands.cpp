@@ -1,6 +1,5 @@
 #include "commands.h"
 
-#include "failure_capture.h"
 #include "progress_line.h"
 
 #include <krboxlibrary/box_library_node.h>
@@ -150,14 +149,11 @@ std::unique_ptr<KR::BoxLibrary> openLibrary(const std::string& path, bool readOn
     throw std::runtime_error("no library path given");
   // Absolute, so that "." is titled by the directory's name.
   const QString absolute = localPath(path);
-  // The library also logs a failed open; its loadError() says it better, once.
-  const FailureCapture capture;
   const ProgressLine progress("opening");
   auto library = std::make_unique<KR::BoxLibrary>(absolute, readOnly);
   if (!library->loadError().isEmpty())
     throw std::runtime_error("cannot open \"" + path +
                              "\": " + library->loadError().toUtf8().toStdString());
-  capture.check();
   return library;
 }
 
@@ -187,11 +183,6 @@ KR::BoxLibraryNode* findBox(const KR::BoxLibrary& library, const std::string& pa
   if (!node->isBox())
     throw std::runtime_error("\"" + path + "\" is a folder, not a box");
   return node;
-}
-
-void refuseTop(const KR::BoxLibraryNode& node, const char* what) {
-  if (!node.parent())
-    throw std::runtime_error(std::string("cannot ") + what + " the top of the library");
 }
 
 std::string displayPath(const KR::BoxLibraryNode& node) {

@@ -74,9 +74,6 @@ KR::BoxLibraryNode* findNode(const KR::BoxLibrary& library, const std::string& p
 KR::BoxLibraryNode* findFolder(const KR::BoxLibrary& library, const std::string& path);
 /// findNode() for a node that must be a box.
 KR::BoxLibraryNode* findBox(const KR::BoxLibrary& library, const std::string& path);
-/// Throws std::runtime_error, saying that the top cannot be given what (a verb), when node
-/// is the top of its library.
-void refuseTop(const KR::BoxLibraryNode& node, const char* what);
 /// The path findNode() takes to reach node: the display names from below the top, joined
 /// by "/".
 std::string displayPath(const KR::BoxLibraryNode& node);

@@ -1,16 +1,13 @@
 #include "commands.h"
 
-#include "box_source.h"
-#include "failure_capture.h"
 #include "progress_line.h"
 
-#include <krboxlibrary/box_data.h>
+#include <krboxlibrary/box_library_editor.h>
 #include <krboxlibrary/box_library_node.h>
-#include <zu/project/project_model.h>
 #include <zu/project/source_lock.h>
 
+#include <QFile>
 #include <QFileInfo>
-#include <QObject>
 #include <QString>
 
 #include <unistd.h>
@@ -31,23 +28,32 @@ int lockWaitMs() {
   return text && *text ? std::atoi(text) : 10000;
 }
 
-// One edit of a library opened for writing. The library holds its edits in its model;
-// the library on disk changes only in commit(), and not at all when the library reported a
-// failure while the edit was made. A committed edit prints the path of the node it touched.
+// One edit of a library opened for writing, made with the library's editor. The library
+// holds its edits in its model; the library on disk changes only in commit(). A committed
+// edit prints the path of the node it touched.
 class Edit {
 public:
   explicit Edit(const std::string& path)
-      : m_lock(lockLibrary(path)), m_library(openLibrary(path, /*readOnly=*/false)) {}
+      : m_lock(lockLibrary(path)),
+        m_library(openLibrary(path, /*readOnly=*/false)),
+        m_editor(m_library.get()) {}
 
   KR::BoxLibrary& library() const { return *m_library; }
-  int commit(const std::string& nodePath, Output& out) {
-    m_capture.check();
+  KR::BoxLibraryEditor& editor() { return m_editor; }
+  // Saves when the editor made what it was asked; throws its reason otherwise.
+  int commit(bool made, const KR::BoxLibraryNode* node, Output& out) {
+    if (!made)
+      throw std::runtime_error(m_editor.errorString().toUtf8().toStdString());
+    const std::string path = displayPath(*node);
+    save(path, out);
+    return 0;
+  }
+  void save(const std::string& nodePath, Output& out) {
     {
       const ProgressLine progress("saving");
       m_library->save();
     }
     out.printPath(nodePath);
-    return 0;
   }
 
 private:
@@ -68,35 +74,18 @@ private:
 
   std::unique_ptr<zu::project::SourceLock> m_lock;
   std::unique_ptr<KR::BoxLibrary> m_library;
-  FailureCapture m_capture;
+  KR::BoxLibraryEditor m_editor;
 };
 
-// INDEX as a position 0..last in the folder at folderPath.
-int parseIndex(const std::string& text, int last, const std::string& folderPath) {
-  const auto outOfRange = [&] {
-    return std::runtime_error("index \"" + text + "\" is not a position in \"" + folderPath +
-                              "\": 0 to " + std::to_string(last));
-  };
+// INDEX as a position, which the editor checks against the folder.
+int parseIndex(const std::string& text, const std::string& folderPath) {
   if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string::npos)
-    throw outOfRange();
-  const int index = std::stoi(text);
-  if (index > last)
-    throw outOfRange();
-  return index;
+    throw std::runtime_error("index \"" + text + "\" is not a position in \"" + folderPath + "\"");
+  return std::stoi(text);
 }
 
-void refuseName(const std::string& name, const char* what) {
-  const std::string why = KR::BoxLibraryNode::nameRefusal(name);
-  if (!why.empty())
-    throw std::runtime_error(std::string(what) + " \"" + name + "\" is no name: " + why);
-}
-
-bool isWithin(const KR::BoxLibraryNode* node, const KR::BoxLibraryNode* ancestor) {
-  for (; node; node = node->parent()) {
-    if (node == ancestor)
-      return true;
-  }
-  return false;
+QString fileArgument(const std::string& path) {
+  return QFile::decodeName(path.c_str());
 }
 
 }  // namespace
@@ -106,80 +95,54 @@ int runMkdir(const Arguments& arguments, Output& out) {
   const std::string& path = arguments[1];
   const std::size_t slash = path.rfind('/');
   const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-  if (name.empty())
-    throw std::runtime_error("no name for the new folder in \"" + path + "\"");
-  refuseName(name, "the folder name");
   KR::BoxLibraryNode* parent =
       findFolder(edit.library(), slash == std::string::npos ? "" : path.substr(0, slash));
-  const KR::BoxLibraryNode* folder = parent->appendChild(name, /*expanded=*/true);
-  return edit.commit(displayPath(*folder), out);
+  const KR::BoxLibraryNode* folder =
+      edit.editor().newFolder(parent, -1, QString::fromUtf8(name.c_str()), /*expanded=*/true);
+  return edit.commit(folder, folder, out);
 }
 
 int runAdd(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
   KR::BoxLibraryNode* folder = findFolder(edit.library(), arguments[1]);
-  KR::RootBoxDescription description = readBoxFile(arguments[2]);
-  refuseName(description.name, "the box name");
-  zu::project::ProjectModel files;
-  description.resources = readResources(Arguments(arguments.begin() + 3, arguments.end()), files);
-  // readBoxFile() makes sure there is a box element, so a box is always made.
-  const KR::BoxLibraryNode* box = folder->appendChild(description);
-  return edit.commit(displayPath(*box), out);
+  QStringList resources;
+  for (auto it = arguments.begin() + 3; it != arguments.end(); ++it)
+    resources.append(fileArgument(*it));
+  const KR::BoxLibraryNode* box =
+      edit.editor().addBoxFile(folder, -1, fileArgument(arguments[2]), resources);
+  return edit.commit(box, box, out);
 }
 
 int runRename(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
   KR::BoxLibraryNode* node = findNode(edit.library(), arguments[1]);
-  refuseTop(*node, "rename");
-  if (arguments[2].empty())
-    throw std::runtime_error("the new name is empty");
-  refuseName(arguments[2], "the new name");
-  node->setName(arguments[2]);
-  // Renaming moves the node's directory but leaves the parent's listing to its parent.
-  node->parent()->saveFolder();
-  return edit.commit(displayPath(*node), out);
+  return edit.commit(edit.editor().rename(node, QString::fromUtf8(arguments[2].c_str())), node,
+                     out);
 }
 
 int runMove(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
   KR::BoxLibraryNode* node = findNode(edit.library(), arguments[1]);
-  refuseTop(*node, "move");
   KR::BoxLibraryNode* target = findFolder(edit.library(), arguments[2]);
-  if (isWithin(target, node))
-    throw std::runtime_error("cannot move \"" + arguments[1] + "\" into itself or below it");
-  KR::BoxLibraryNode* oldParent = node->parent();
-  // INDEX counts in the target's list as it is once the node has left its old place.
-  const int last = target->childCount() - (target == oldParent ? 1 : 0);
-  const int index = arguments.size() > 3 ? parseIndex(arguments[3], last, arguments[2]) : last;
-
-  // take() copies the node's files out but leaves its old directory, the old listing and
-  // the old parent's relay behind; a move must not.
-  const QString oldPath = node->path();
-  // Owned here until the target takes it, should the old directory's removal throw.
-  std::unique_ptr<KR::BoxLibraryNode> taken(node->take());
-  edit.library().projectModel()->remove(oldPath);
-  oldParent->saveFolder();
-  QObject::disconnect(taken.get(), &KR::BoxLibraryNode::dataChanged, oldParent,
-                      &KR::BoxLibraryNode::dataChanged);
-  target->insertChild(index, taken.release());
-  return edit.commit(displayPath(*node), out);
+  const int index = arguments.size() > 3 ? parseIndex(arguments[3], arguments[2]) : -1;
+  return edit.commit(edit.editor().move(node, target, index), node, out);
 }
 
 int runRemove(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
   KR::BoxLibraryNode* node = findNode(edit.library(), arguments[1]);
-  refuseTop(*node, "remove");
   const std::string path = displayPath(*node);
-  node->parent()->removeChild(node->index());
-  delete node;
-  return edit.commit(path, out);
+  if (!edit.editor().remove(node))
+    throw std::runtime_error(edit.editor().errorString().toUtf8().toStdString());
+  edit.save(path, out);
+  return 0;
 }
 
 int runSetTooltip(const Arguments& arguments, Output& out) {
   Edit edit(arguments[0]);
-  KR::BoxLibraryNode* box = findBox(edit.library(), arguments[1]);
-  box->boxData()->setTooltip(QString::fromUtf8(arguments[2].c_str()));
-  return edit.commit(displayPath(*box), out);
+  KR::BoxLibraryNode* box = findNode(edit.library(), arguments[1]);
+  return edit.commit(edit.editor().setTooltip(box, QString::fromUtf8(arguments[2].c_str())), box,
+                     out);
 }
 
 }  // namespace krbox

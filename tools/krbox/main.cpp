@@ -2,6 +2,7 @@
 #include "progress_line.h"
 
 #include <krboxlibrary/krboxlibrary_version.h>
+#include <zu/log.h>
 
 #include <QCoreApplication>
 
@@ -93,6 +94,9 @@ int main(int argc, char** argv) {
       arguments.push_back(argument);
   }
   QCoreApplication app(argc, argv);
+  // Every failure reaches the user as the command's one error line, from the result that
+  // reports it; the library's log would only say it again.
+  zu::log::setDefaultHandlerEnabled(false);
 
   if (arguments.empty()) {
     printUsage(std::cerr);
