@@ -333,8 +333,7 @@ void registerEdits(const std::string& name, KR::BoxLibrary& library, const RunCo
   add(prefix + op::kFolderRename, iterations, counts, [ready, scene](benchmark::State& state) {
     int flip = 0;
     timeEach(state, ready, [&] {
-      scene->folder->setName(++flip % 2 ? "Bench: Renamed Folder" : "Bench: Folder");
-      scene->folder->parent()->saveFolder();
+      renameNode(scene->folder, ++flip % 2 ? "Bench: Renamed Folder" : "Bench: Folder");
     });
   });
   add(prefix + op::kFolderMove, iterations, counts,

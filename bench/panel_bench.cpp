@@ -185,8 +185,7 @@ void registerLibrary(const std::string& name, const std::shared_ptr<Scene>& scen
   add("node_folder_rename", [scene](benchmark::State& state) {
     int flip = 0;
     timed(state, [&] {
-      scene->folder->setName(++flip % 2 ? "Bench: Renamed Folder" : "Bench: Folder");
-      scene->folder->parent()->saveFolder();
+      renameNode(scene->folder, ++flip % 2 ? "Bench: Renamed Folder" : "Bench: Folder");
     });
   });
   add("model_folder_move", [scene](benchmark::State& state) {

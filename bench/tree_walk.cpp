@@ -1,8 +1,8 @@
 #include "tree_walk.h"
 
 #include <krboxlibrary/box_data.h>
+#include <krboxlibrary/box_library_editor.h>
 #include <krboxlibrary/box_library_node.h>
-#include <zu/project/project_model.h>
 
 #include <benchmark/benchmark.h>
 
@@ -47,15 +47,11 @@ KR::BoxLibraryNode* deepestBox(KR::BoxLibraryNode* node) {
 }
 
 void moveNode(KR::BoxLibraryNode* node, KR::BoxLibraryNode* target, int index) {
-  KR::BoxLibraryNode* oldParent = node->parent();
-  zu::project::ProjectModel* project = node->project();
-  const QString oldPath = node->path();
-  node->take();
-  project->remove(oldPath);
-  oldParent->saveFolder();
-  QObject::disconnect(node, &KR::BoxLibraryNode::dataChanged, oldParent,
-                      &KR::BoxLibraryNode::dataChanged);
-  target->insertChild(index < 0 ? target->childCount() : index, node);
+  KR::BoxLibraryEditor(node->library()).move(node, target, index);
+}
+
+void renameNode(KR::BoxLibraryNode* node, const char* name) {
+  KR::BoxLibraryEditor(node->library()).rename(node, QString::fromUtf8(name));
 }
 
 }  // namespace krbench

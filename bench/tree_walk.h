@@ -22,9 +22,10 @@ TreeCount readWholeTree(const KR::BoxLibraryNode& node);
 std::string displayPath(const KR::BoxLibraryNode& node);
 // The deepest box met last in a depth-first walk below node: the one with the longest path.
 KR::BoxLibraryNode* deepestBox(KR::BoxLibraryNode* node);
-// Moves node into target at index (-1: the end) as the library's users do: take() copies it
-// out, and its old directory, listing entry and relay are removed by hand.
+// Moves node into target at index (-1: the end) with the library's editor.
 void moveNode(KR::BoxLibraryNode* node, KR::BoxLibraryNode* target, int index = -1);
+// Renames node with the library's editor.
+void renameNode(KR::BoxLibraryNode* node, const char* name);
 // name in the folder at folderPath, a path as displayPath() gives; "" is the top.
 std::string joinedPath(const std::string& folderPath, const std::string& name);
 
