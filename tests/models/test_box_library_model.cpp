@@ -8,6 +8,8 @@
 #include <QMimeData>
 #include <QUrl>
 
+#include <functional>
+
 // Failures show the text.
 void PrintTo(const QString& text, std::ostream* out) {
   *out << text.toStdString();
@@ -39,7 +41,8 @@ QString dump(const QAbstractItemModel& model) {
 
 struct Panel {
   explicit Panel(const QString& path)
-      : library(path), model(&library),
+      : library(path),
+        model(&library),
         tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal) {}
   KR::BoxLibrary library;
   KR::BoxLibraryModel model;
@@ -51,10 +54,10 @@ protected:
   void SetUp() override {
     ASSERT_TRUE(dir.isValid());
     // A box file with a resource beside it, as a file manager would drop it.
-    testutil::writeFixture(dir.path(), {{"Nod/box.bxd", testutil::boxFile(
-                                             R"(<Box name="root" tooltip="Nods."/>)")},
-                                        {"Nod/nod.txt", "yes"},
-                                        {"notes.bxd", "not a box"}});
+    testutil::writeFixture(
+        dir.path(), {{"Nod/box.bxd", testutil::boxFile(R"(<Box name="root" tooltip="Nods."/>)")},
+                     {"Nod/nod.txt", "yes"},
+                     {"notes.bxd", "not a box"}});
   }
   QString copyExample() {
     const QDir from(kExample);
@@ -168,44 +171,95 @@ TEST_F(ModelSession, RowsOfALargeFolderStayInStep) {
   EXPECT_EQ(panel.model.index(3, 0, flat).data().toString(), name);
 }
 
+// Each refused edit returns false (or an invalid index), says why once, and changes no row,
+// no file and no undo step.
 TEST_F(ModelSession, RefusalsChangeNothing) {
   Panel panel(copyExample());
   KR::BoxLibraryModel& model = panel.model;
-  QSignalSpy refused(&model, &KR::BoxLibraryModel::editRefused);
-  const QString before = dump(model);
+  testutil::writeFixture(dir.path(), {{" (7)/box.bxd", testutil::boxFile("<Box/>")}});
   const QModelIndex motions = model.index(0, 0);
-  const QModelIndex box = firstBox(model);
-  std::unique_ptr<QMimeData> drag(model.mimeData({motions}));
-  EXPECT_FALSE(model.canDropMimeData(drag.get(), Qt::MoveAction, -1, 0, box));
-  EXPECT_FALSE(model.dropMimeData(drag.get(), Qt::MoveAction, -1, 0, box));
-  EXPECT_FALSE(model.dropMimeData(drag.get(), Qt::MoveAction, 0, 0, model.index(0, 0, motions)));
-  EXPECT_FALSE(model.moveRows({}, 0, 1, motions, 0));
-  EXPECT_FALSE(model.setData(box, QString(" "), Qt::EditRole));
-  EXPECT_FALSE(model.insertFolder({}, 0, QString()).isValid());
-  QMimeData files;
-  files.setUrls({QUrl::fromLocalFile(dir.filePath("Nod/box.bxd")),
-                 QUrl::fromLocalFile(dir.filePath("notes.bxd"))});
-  EXPECT_FALSE(model.dropMimeData(&files, Qt::CopyAction, -1, 0, {}));
-  EXPECT_EQ(refused.count(), 6);
-  EXPECT_EQ(dump(model), before);
+  const QPersistentModelIndex box = firstBox(model);
+  const auto drop = [&](const QModelIndexList& rows, Qt::DropAction action, int row,
+                        const QModelIndex& parent) {
+    std::unique_ptr<QMimeData> drag(model.mimeData(rows));
+    return model.canDropMimeData(drag.get(), action, row, 0, parent) ||
+           model.dropMimeData(drag.get(), action, row, 0, parent);
+  };
+  const auto dropFiles = [&](const QStringList& files) {
+    QMimeData data;
+    QList<QUrl> urls;
+    for (const QString& file : files)
+      urls.append(QUrl::fromLocalFile(dir.filePath(file)));
+    data.setUrls(urls);
+    return model.dropMimeData(&data, Qt::CopyAction, -1, 0, {});
+  };
+  const std::vector<std::function<bool()>> refused = {
+      [&] { return drop({motions}, Qt::MoveAction, -1, box); },
+      [&] { return drop({motions}, Qt::MoveAction, 0, model.index(0, 0, motions)); },
+      [&] { return drop({motions}, Qt::CopyAction, 0, model.index(0, 0, motions)); },
+      [&] { return drop({box}, Qt::CopyAction, -2, {}); },
+      [&] { return model.moveRows({}, 0, 1, motions, 0); },
+      [&] { return model.setData(box, QString(" "), Qt::EditRole); },
+      [&] { return model.setData(box, QString(" (2)"), Qt::EditRole); },
+      [&] { return model.setData(box, QString("lbfinfo"), Qt::EditRole); },
+      [&] { return model.setData(box, QString(300, 'x'), Qt::EditRole); },
+      [&] { return model.setData(box, true, KR::BoxLibraryModel::ExpandedRole); },
+      [&] { return model.setData(motions, "tip", Qt::ToolTipRole); },
+      [&] { return model.insertFolder({}, 0, QString()).isValid(); },
+      [&] { return model.insertFolder({}, 0, " (2)").isValid(); },
+      [&] { return model.insertFolder({}, 0, "lbfinfo").isValid(); },
+      [&] { return model.insertFolder({}, 0, ".zuproject-pending").isValid(); },
+      [&] { return model.insertFolder({}, -2, "X").isValid(); },
+      [&] { return model.insertFolder(box, 0, "X").isValid(); },
+      [&] {
+        return dropFiles({"Nod/box.bxd", "notes.bxd"});
+      },
+      [&] { return dropFiles({" (7)/box.bxd"}); },
+  };
+  QSignalSpy refusals(&model, &KR::BoxLibraryModel::editRefused);
+  QSignalSpy inserted(&model, &QAbstractItemModel::rowsInserted);
+  QSignalSpy removed(&model, &QAbstractItemModel::rowsRemoved);
+  QSignalSpy moved(&model, &QAbstractItemModel::rowsMoved);
+  QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+  const QString before = dump(model);
+  // Reading the tree writes the listings of folders that had none: saved before comparing.
+  panel.library.save();
+  const QStringList files = testutil::diskTree(dir.filePath("lib"));
+  for (std::size_t i = 0; i < refused.size(); ++i) {
+    EXPECT_FALSE(refused[i]()) << "edit " << i;
+    EXPECT_EQ(refusals.count(), static_cast<int>(i) + 1) << "edit " << i;
+    EXPECT_EQ(dump(model), before) << "edit " << i;
+  }
+  EXPECT_EQ(inserted.count() + removed.count() + moved.count() + reset.count(), 0);
   EXPECT_FALSE(model.canUndo());
+  panel.library.save();
+  EXPECT_EQ(testutil::diskTree(dir.filePath("lib")), files);
 }
 
-TEST_F(ModelSession, ChangesMadeElsewhereAndAViewsRemovalAfterAMove) {
+TEST_F(ModelSession, DropsNameNodesAndUndoRestoresNames) {
   Panel panel(copyExample());
   KR::BoxLibraryModel& model = panel.model;
-  const QModelIndex box = firstBox(model);
-  QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
-  model.node(box)->boxData()->setTooltip(QStringLiteral("Set elsewhere"));
-  ASSERT_EQ(changed.count(), 1);
-  EXPECT_EQ(changed.first().at(0).toModelIndex(), box);
-  // A view removes the rows it dragged once a move drop succeeds: they have moved already.
-  std::unique_ptr<QMimeData> drag(model.mimeData({model.index(0, 0)}));
-  ASSERT_TRUE(model.dropMimeData(drag.get(), Qt::MoveAction, -1, 0, {}));
-  const QString moved = dump(model);
-  EXPECT_TRUE(model.removeRows(model.rowCount() - 1, 1));
-  EXPECT_EQ(dump(model), moved);
-  EXPECT_EQ(model.undoText(), QStringLiteral("Move \u201cMotions\u201d"));
+  const QString start = dump(model);
+  // A drag made before the tree changed still moves the node it named.
+  std::unique_ptr<QMimeData> drag(model.mimeData({model.index(3, 0)}));
+  ASSERT_TRUE(model.moveRows({}, 0, 1, {}, 4));
+  ASSERT_TRUE(model.dropMimeData(drag.get(), Qt::MoveAction, 0, 0, {}));
+  EXPECT_EQ(model.index(0, 0).data().toString(), "Misc.");
+  // A new "Misc." in the folder "Motions" makes a moved "Misc." give way...
+  const QModelIndex motions = model.index(3, 0);
+  ASSERT_TRUE(model.insertFolder(motions, 0, "Misc.").isValid());
+  ASSERT_TRUE(model.moveRows({}, 0, 1, motions, 0));
+  EXPECT_EQ(model.index(0, 0, motions).data().toString(), "Misc. (2)");
+  // ... and undoing everything brings back every name exactly.
+  while (model.canUndo())
+    model.undo();
+  EXPECT_EQ(dump(model), start);
+  // A move that ends where it began is no edit; removeRows() after a plain move removes.
+  ASSERT_TRUE(model.moveRows({}, 0, 2, {}, 0));
+  EXPECT_FALSE(model.canUndo());
+  ASSERT_TRUE(model.moveRows({}, 0, 1, {}, 2));
+  ASSERT_TRUE(model.removeRows(1, 1));
+  EXPECT_EQ(model.rowCount(), 3);
 }
 
 TEST_F(ModelSession, SearchKeepsTheFoldersAboveAMatch) {

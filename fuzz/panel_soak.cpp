@@ -1,0 +1,282 @@
+// A seeded random run of the panel model: edits, drops, undo and redo under
+// QAbstractItemModelTester, each checked against a plain tree of names; every 50 steps the
+// library is saved and read back, and at the end everything is undone and compared with
+// the start. Usage: panel_soak LIBRARY [--seed N] [--ops N]; PANEL_SOAK_TRACE=1 prints
+// each step.
+#include <krboxlibrary/box_library.h>
+#include <krboxlibrary/box_library_filter_model.h>
+#include <krboxlibrary/box_library_model.h>
+#include <krboxlibrary/box_library_node.h>
+
+#include <QAbstractItemModelTester>
+#include <QCoreApplication>
+#include <QDir>
+#include <QMimeData>
+#include <QTemporaryDir>
+
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+// The oracle: what the tree should be, names only.
+struct Entry {
+  std::string name;
+  bool box = false;
+  std::vector<Entry> children;
+};
+
+Entry read(const KR::BoxLibraryNode& node) {
+  Entry entry{node.name(), node.isBox(), {}};
+  for (const KR::BoxLibraryNode* child : node.childList())
+    entry.children.push_back(read(*child));
+  return entry;
+}
+
+void print(const Entry& entry, int depth, std::string& out) {
+  for (const Entry& child : entry.children) {
+    out += std::string(depth * 2, ' ') + child.name + (child.box ? "\n" : "/\n");
+    print(child, depth + 1, out);
+  }
+}
+
+std::string print(const Entry& entry) {
+  std::string out;
+  print(entry, 0, out);
+  return out;
+}
+
+std::vector<int> pathOf(const QModelIndex& index) {
+  return index.isValid() ? [&] {
+    std::vector<int> path = pathOf(index.parent());
+    path.push_back(index.row());
+    return path;
+  }()
+                         : std::vector<int>();
+}
+
+Entry& at(Entry& root, const std::vector<int>& path) {
+  Entry* entry = &root;
+  for (int row : path)
+    entry = &entry->children[static_cast<std::size_t>(row)];
+  return *entry;
+}
+
+bool within(const std::vector<int>& path, const std::vector<int>& ancestor) {
+  return path.size() >= ancestor.size() &&
+         std::equal(ancestor.begin(), ancestor.end(), path.begin());
+}
+
+class Soak {
+public:
+  Soak(const QString& path, unsigned seed) : m_path(path), m_random(seed) { open(); }
+
+  // One random step; false when the model and the oracle disagree.
+  bool step(int n) {
+    KR::BoxLibraryModel& model = *m_model;
+    const QModelIndex node = anyIndex(false);
+    const QModelIndex folder = anyIndex(true);
+    const int rows = model.rowCount(folder);
+    const int row = pick(rows + 3) - 2;  // -2 .. rows: refused, the end, or a place
+    const std::vector<int> nodePath = pathOf(node), folderPath = pathOf(folder);
+    bool ok = false;
+    const int op = pick(9);
+    if (std::getenv("PANEL_SOAK_TRACE"))
+      std::cerr << n << ": op " << op << " node " << node.data().toString().toStdString()
+                << " folder " << folder.data().toString().toStdString() << " row " << row << "\n";
+    switch (op) {
+      case 0: {
+        const QString names[] = {"New", "New (2)", " (3)", "Misc.", "lbfinfo", "a/b?", " "};
+        const QModelIndex made = model.insertFolder(folder, row, names[pick(7)]);
+        if ((ok = made.isValid()))
+          at(m_oracle, folderPath)
+              .children.insert(at(m_oracle, folderPath).children.begin() + made.row(),
+                               Entry{made.data().toString().toStdString(), false, {}});
+        break;
+      }
+      case 1:
+        if (node.isValid() && (ok = model.setData(node, QStringLiteral("Box (2)"))))
+          at(m_oracle, nodePath).name = node.data().toString().toStdString();
+        break;
+      case 2:
+        if (node.isValid() && (ok = model.removeRows(node.row(), 1, node.parent())))
+          erase(nodePath);
+        break;
+      case 3:
+      case 4: {
+        if (!node.isValid())
+          break;
+        std::unique_ptr<QMimeData> drag(model.mimeData({node}));
+        const bool copy = pick(2);
+        const QPersistentModelIndex target = folder;
+        ok = model.dropMimeData(drag.get(), copy ? Qt::CopyAction : Qt::MoveAction, row, 0, folder);
+        if (ok != !(within(folderPath, nodePath) || row < -1 || row > rows))
+          return fail("a drop was " + std::string(ok ? "taken" : "refused"));
+        if (ok)
+          dropped(nodePath, folderPath, row, copy, target);
+        // A view removes the rows it dragged after a move drop: they have moved already.
+        if (ok && !copy &&
+            (!model.removeRows(m_movedRow, 1, target) ||
+             print(read(*m_library->boxRoot())) != print(m_oracle)))
+          return fail("the view's removal after a move drop changed the tree");
+        break;
+      }
+      case 5:
+        if (model.canUndo()) {
+          model.undo();
+          ok = true;
+          m_oracle = read(*m_library->boxRoot());
+        }
+        break;
+      case 6:
+        if (model.canRedo()) {
+          model.redo();
+          ok = true;
+          m_oracle = read(*m_library->boxRoot());
+        }
+        break;
+      default: m_filter->setFilterText(pick(2) ? QStringLiteral("box") : QString()); break;
+    }
+    m_done += ok;
+    if (print(read(*m_library->boxRoot())) != print(m_oracle))
+      return fail("the tree differs from the oracle:\n" + print(read(*m_library->boxRoot())) +
+                  "-- expected:\n" + print(m_oracle) +
+                  "-- after: " + m_model->undoText().toStdString());
+    if (n % 50 == 49)
+      return reopen();
+    return true;
+  }
+
+  // Undoes everything: the tree must be the one read at the start.
+  bool undoAll() {
+    while (m_model->canUndo())
+      m_model->undo();
+    return print(read(*m_library->boxRoot())) == print(m_start) || fail("undo all differs");
+  }
+  int done() const { return m_done; }
+
+private:
+  void open() {
+    m_filter.reset();
+    m_tester.reset();
+    m_model.reset();
+    m_library = std::make_unique<KR::BoxLibrary>(m_path);
+    m_model = std::make_unique<KR::BoxLibraryModel>(m_library.get());
+    m_tester = std::make_unique<QAbstractItemModelTester>(
+        m_model.get(), QAbstractItemModelTester::FailureReportingMode::Fatal);
+    m_filter = std::make_unique<KR::BoxLibraryFilterModel>();
+    m_filter->setSourceModel(m_model.get());
+    m_oracle = read(*m_library->boxRoot());
+    if (m_start.name.empty() && m_start.children.empty())
+      m_start = m_oracle;
+  }
+  // Saves and reads back; the undo stack goes with the old model.
+  bool reopen() {
+    m_library->save();
+    const std::string saved = print(m_oracle);
+    open();
+    m_start = m_oracle;
+    return print(m_oracle) == saved || fail("the library read back differs");
+  }
+  int pick(int n) { return std::uniform_int_distribution<int>(0, n - 1)(m_random); }
+  QModelIndex anyIndex(bool folder) {
+    QModelIndex index;
+    for (int depth = pick(4); depth > 0; --depth) {
+      const int rows = m_model->rowCount(index);
+      if (rows == 0)
+        break;
+      const QModelIndex child = m_model->index(pick(rows), 0, index);
+      if (folder && child.data(KR::BoxLibraryModel::KindRole) == QLatin1String("box"))
+        break;
+      index = child;
+    }
+    return index;
+  }
+  void erase(const std::vector<int>& path) {
+    std::vector<int> parent(path.begin(), path.end() - 1);
+    auto& children = at(m_oracle, parent).children;
+    children.erase(children.begin() + path.back());
+  }
+  void dropped(const std::vector<int>& from, std::vector<int> to, int row, bool copy,
+               const QPersistentModelIndex& target) {
+    Entry entry = at(m_oracle, from);
+    if (!copy) {
+      erase(from);
+      to = pathOf(target);
+      // The node goes before the child that was at row, wherever that one is now.
+      const std::vector<int> parent(from.begin(), from.end() - 1);
+      if (parent == pathOf(target) && row > from.back())
+        --row;
+    }
+    auto& children = at(m_oracle, to).children;
+    row = row < 0 ? static_cast<int>(children.size()) : row;
+    const QModelIndex made = m_model->index(row, 0, target);
+    entry.name = made.data().toString().toStdString();
+    if (copy)
+      entry = read(*m_model->node(made));
+    children.insert(children.begin() + row, entry);
+    m_movedRow = row;
+  }
+  bool fail(const std::string& why) {
+    std::cerr << "panel_soak: " << why << "\n";
+    return false;
+  }
+
+  QString m_path;
+  std::mt19937 m_random;
+  std::unique_ptr<KR::BoxLibrary> m_library;
+  std::unique_ptr<KR::BoxLibraryModel> m_model;
+  std::unique_ptr<QAbstractItemModelTester> m_tester;
+  std::unique_ptr<KR::BoxLibraryFilterModel> m_filter;
+  Entry m_oracle, m_start;
+  int m_done = 0;
+  int m_movedRow = 0;
+};
+
+bool copyTree(const QString& from, const QString& to) {
+  QDir().mkpath(to);
+  for (const QString& name :
+       QDir(from).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot)) {
+    const QString source = from + "/" + name;
+    if (QFileInfo(source).isDir() ? !copyTree(source, to + "/" + name)
+                                  : !QFile::copy(source, to + "/" + name))
+      return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QCoreApplication app(argc, argv);
+  unsigned seed = 1;
+  int ops = 2000;
+  for (int i = 2; i + 1 < argc; i += 2) {
+    if (std::string(argv[i]) == "--seed")
+      seed = static_cast<unsigned>(std::atoi(argv[i + 1]));
+    else if (std::string(argv[i]) == "--ops")
+      ops = std::atoi(argv[i + 1]);
+  }
+  QTemporaryDir dir;
+  if (argc < 2 || !dir.isValid() ||
+      !copyTree(QString::fromLocal8Bit(argv[1]), dir.filePath("lib"))) {
+    std::cerr << "usage: panel_soak LIBRARY [--seed N] [--ops N]\n";
+    return 2;
+  }
+  Soak soak(dir.filePath("lib"), seed);
+  for (int n = 0; n < ops; ++n) {
+    if (!soak.step(n)) {
+      std::cerr << "panel_soak: seed " << seed << ", step " << n << "\n";
+      return 1;
+    }
+  }
+  if (!soak.undoAll())
+    return 1;
+  std::cout << "panel_soak: seed " << seed << ", " << ops << " steps, " << soak.done()
+            << " edits made\n";
+  return 0;
+}
