@@ -126,16 +126,9 @@ public:
         break;
       }
       case 5:
-        if (model.canUndo()) {
-          model.undo();
-          ok = true;
-          m_oracle = read(*m_library->boxRoot());
-        }
-        break;
       case 6:
-        if (model.canRedo()) {
-          model.redo();
-          ok = true;
+        if ((ok = op == 5 ? model.canUndo() : model.canRedo())) {
+          op == 5 ? model.undo() : model.redo();
           m_oracle = read(*m_library->boxRoot());
         }
         break;

@@ -12,6 +12,7 @@
 
 #include <exception>
 #include <memory>
+#include <type_traits>
 
 namespace KR {
 
@@ -65,9 +66,11 @@ public:
   BoxLibraryNode* finishInsert(BoxLibraryNode* folder, int index, BoxLibraryNode* node);
   // Removes the files of a node never attached, and deletes it; returns null.
   BoxLibraryNode* discard(BoxLibraryNode* node);
-  bool checkBox(const BoxLibraryNode* box);
-  // Whether a box file change was written; refused with why otherwise.
-  bool wrote(const BoxLibraryNode* box, const char* what, const std::string& why);
+  // Writes value into the box file, then stores it in the box data and announces it
+  // (value's type is not deduced: a QStringList must fit a QList<QString> member on Qt 5.)
+  template <class T, class Write, class Signal>
+  bool setValue(BoxLibraryNode* box, const char* what, T BoxData::*member,
+                const typename std::common_type<T>::type& value, Write write, Signal changed);
 
   BoxLibraryEditor* q;
   QPointer<BoxLibrary> library;
@@ -157,21 +160,25 @@ BoxLibraryNode* BoxLibraryEditor::Private::discard(BoxLibraryNode* node) {
   return nullptr;
 }
 
-bool BoxLibraryEditor::Private::checkBox(const BoxLibraryNode* box) {
+template <class T, class Write, class Signal>
+bool BoxLibraryEditor::Private::setValue(BoxLibraryNode* box, const char* what, T BoxData::*member,
+                                         const typename std::common_type<T>::type& value,
+                                         Write write, Signal changed) {
   if (!checkNode(box))
     return false;
   if (!box->isBox())
     return refuse(QStringLiteral("%1 is a folder, not a box").arg(quoted(box)));
   error.clear();
-  return true;
-}
-
-bool BoxLibraryEditor::Private::wrote(const BoxLibraryNode* box, const char* what,
-                                      const std::string& why) {
-  if (why.empty())
+  BoxData& data = *box->boxData();
+  if (data.*member == value)
     return true;
-  return refuse(QStringLiteral("cannot write the %1 of %2: %3")
-                    .arg(QLatin1String(what), quoted(box), text::fromUtf8(why)));
+  const std::string why = (data.*write)(value);
+  if (!why.empty())
+    return refuse(QStringLiteral("cannot write the %1 of %2: %3")
+                      .arg(QLatin1String(what), quoted(box), text::fromUtf8(why)));
+  data.*member = value;
+  emit(data.*changed)(data.*member);
+  return true;
 }
 
 // ---- The editor ----------------------------------------------------------------------
@@ -477,42 +484,18 @@ bool BoxLibraryEditor::remove(BoxLibraryNode* node) {
 }
 
 bool BoxLibraryEditor::setTooltip(BoxLibraryNode* box, const QString& tooltip) {
-  if (!d->checkBox(box))
-    return false;
-  BoxData& data = *box->boxData();
-  if (data.m_tooltip == tooltip)
-    return true;
-  if (!d->wrote(box, "tooltip", data.writeTooltip(tooltip)))
-    return false;
-  data.m_tooltip = tooltip;
-  emit data.tooltipChanged(data.m_tooltip);
-  return true;
+  return d->setValue(box, "tooltip", &BoxData::m_tooltip, tooltip, &BoxData::writeTooltip,
+                     &BoxData::tooltipChanged);
 }
 
 bool BoxLibraryEditor::setBitmaps(BoxLibraryNode* box, const QStringList& bitmaps) {
-  if (!d->checkBox(box))
-    return false;
-  BoxData& data = *box->boxData();
-  if (data.m_bitmaps == bitmaps)
-    return true;
-  if (!d->wrote(box, "bitmaps", data.writeBitmaps(bitmaps)))
-    return false;
-  data.m_bitmaps = bitmaps;
-  emit data.bitmapsChanged(data.m_bitmaps);
-  return true;
+  return d->setValue(box, "bitmaps", &BoxData::m_bitmaps, bitmaps, &BoxData::writeBitmaps,
+                     &BoxData::bitmapsChanged);
 }
 
 bool BoxLibraryEditor::setBitmapExpanded(BoxLibraryNode* box, bool expanded) {
-  if (!d->checkBox(box))
-    return false;
-  BoxData& data = *box->boxData();
-  if (data.m_bitmapExpanded == expanded)
-    return true;
-  if (!d->wrote(box, "bitmap style", data.writeBitmapExpanded(expanded)))
-    return false;
-  data.m_bitmapExpanded = expanded;
-  emit data.bitmapExpandedChanged(expanded);
-  return true;
+  return d->setValue(box, "bitmap style", &BoxData::m_bitmapExpanded, expanded,
+                     &BoxData::writeBitmapExpanded, &BoxData::bitmapExpandedChanged);
 }
 
 bool BoxLibraryEditor::setExpanded(BoxLibraryNode* folder, bool expanded) {

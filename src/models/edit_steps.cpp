@@ -19,14 +19,6 @@ constexpr std::size_t kMaxCommands = 200;
   throw Refused{QStringLiteral("the undo stack is out of step with the tree")};
 }
 
-bool isWithin(const BoxLibraryNode* node, const BoxLibraryNode* ancestor) {
-  for (; node; node = node->parent()) {
-    if (node == ancestor)
-      return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 std::optional<EditStep> BoxLibraryModel::Private::apply(EditStep& step) {

@@ -44,6 +44,15 @@ struct EditCommand {
   std::vector<EditStep> steps;
 };
 
+/// Whether node is ancestor or below it.
+inline bool isWithin(const BoxLibraryNode* node, const BoxLibraryNode* ancestor) {
+  for (; node; node = node->parent()) {
+    if (node == ancestor)
+      return true;
+  }
+  return false;
+}
+
 /// An edit the editor refused, or an undo step out of step with the tree.
 struct Refused {
   QString reason;

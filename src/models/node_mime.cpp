@@ -139,18 +139,6 @@ bool BoxLibraryModel::Private::droppedNodes(const QMimeData& data, BoxLibraryMod
   return !nodes.isEmpty();
 }
 
-namespace {
-
-bool isWithin(const BoxLibraryNode* node, const BoxLibraryNode* ancestor) {
-  for (; node; node = node->parent()) {
-    if (node == ancestor)
-      return true;
-  }
-  return false;
-}
-
-}  // namespace
-
 bool BoxLibraryModel::canDropMimeData(const QMimeData* data, Qt::DropAction action, int row,
                                       int column, const QModelIndex& parent) const {
   Q_UNUSED(column)
