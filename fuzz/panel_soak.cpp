@@ -23,23 +23,32 @@
 
 namespace {
 
-// The oracle: what the tree should be, names only.
+// The oracle: what the tree should be, with what the panel shows of each node.
 struct Entry {
   std::string name;
-  bool box = false;
+  std::string values;
   std::vector<Entry> children;
 };
 
-Entry read(const KR::BoxLibraryNode& node) {
-  Entry entry{node.name(), node.isBox(), {}};
-  for (const KR::BoxLibraryNode* child : node.childList())
-    entry.children.push_back(read(*child));
+std::string valuesOf(const QModelIndex& index) {
+  using Model = KR::BoxLibraryModel;
+  return (index.data(Model::KindRole).toString() + "|" + index.data(Qt::ToolTipRole).toString() +
+          "|" + index.data(Model::BitmapsRole).toStringList().join(',') + "|" +
+          index.data(Model::BitmapExpandedRole).toString() + "|" +
+          index.data(Model::ExpandedRole).toString())
+      .toStdString();
+}
+
+Entry read(const QAbstractItemModel& model, const QModelIndex& index) {
+  Entry entry{index.data().toString().toStdString(), valuesOf(index), {}};
+  for (int row = 0; row < model.rowCount(index); ++row)
+    entry.children.push_back(read(model, model.index(row, 0, index)));
   return entry;
 }
 
 void print(const Entry& entry, int depth, std::string& out) {
   for (const Entry& child : entry.children) {
-    out += std::string(depth * 2, ' ') + child.name + (child.box ? "\n" : "/\n");
+    out += std::string(depth * 2, ' ') + child.name + " " + child.values + "\n";
     print(child, depth + 1, out);
   }
 }
@@ -73,7 +82,11 @@ bool within(const std::vector<int>& path, const std::vector<int>& ancestor) {
 
 class Soak {
 public:
-  Soak(const QString& path, unsigned seed) : m_path(path), m_random(seed) { open(); }
+  // path is edited; nodes of other, a library nobody changes, are copied in.
+  Soak(const QString& path, const QString& other, const QString& boxFile, unsigned seed)
+      : m_path(path), m_boxFile(boxFile), m_other(other, true), m_random(seed) {
+    open();
+  }
 
   // One random step; false when the model and the oracle disagree.
   bool step(int n) {
@@ -83,19 +96,15 @@ public:
     const int rows = model.rowCount(folder);
     const int row = pick(rows + 3) - 2;  // -2 .. rows: refused, the end, or a place
     const std::vector<int> nodePath = pathOf(node), folderPath = pathOf(folder);
-    bool ok = false;
-    const int op = pick(9);
+    const int op = pick(10);
     if (std::getenv("PANEL_SOAK_TRACE"))
       std::cerr << n << ": op " << op << " node " << node.data().toString().toStdString()
                 << " folder " << folder.data().toString().toStdString() << " row " << row << "\n";
+    bool ok = false;
     switch (op) {
       case 0: {
         const QString names[] = {"New", "New (2)", " (3)", "Misc.", "lbfinfo", "a/b?", " "};
-        const QModelIndex made = model.insertFolder(folder, row, names[pick(7)]);
-        if ((ok = made.isValid()))
-          at(m_oracle, folderPath)
-              .children.insert(at(m_oracle, folderPath).children.begin() + made.row(),
-                               Entry{made.data().toString().toStdString(), false, {}});
+        ok = inserted(folderPath, model.insertFolder(folder, row, names[pick(7)]));
         break;
       }
       case 1:
@@ -111,48 +120,80 @@ public:
         if (!node.isValid())
           break;
         std::unique_ptr<QMimeData> drag(model.mimeData({node}));
-        const bool copy = pick(2);
+        const bool copy = op == 4;
         const QPersistentModelIndex target = folder;
         ok = model.dropMimeData(drag.get(), copy ? Qt::CopyAction : Qt::MoveAction, row, 0, folder);
         if (ok != !(within(folderPath, nodePath) || row < -1 || row > rows))
           return fail("a drop was " + std::string(ok ? "taken" : "refused"));
         if (ok)
-          dropped(nodePath, folderPath, row, copy, target);
+          dropped(nodePath, row, copy, target);
         // A view removes the rows it dragged after a move drop: they have moved already.
         if (ok && !copy &&
-            (!model.removeRows(m_movedRow, 1, target) ||
-             print(read(*m_library->boxRoot())) != print(m_oracle)))
+            (!model.removeRows(m_movedRow, 1, target) || print(current()) != print(m_oracle)))
           return fail("the view's removal after a move drop changed the tree");
         break;
       }
       case 5:
-      case 6:
-        if ((ok = op == 5 ? model.canUndo() : model.canRedo())) {
-          op == 5 ? model.undo() : model.redo();
-          m_oracle = read(*m_library->boxRoot());
+      case 6: {
+        const bool undo = op == 5;
+        if (!(undo ? model.canUndo() : model.canRedo()))
+          break;
+        undo ? model.undo() : model.redo();
+        m_at += undo ? -1 : 1;
+        // Back to the very state the edit started from, or the one it made.
+        if (print(current()) != m_states[m_at])
+          return fail(undo ? "an undo did not restore the tree" : "a redo differs");
+        m_oracle = current();
+        return n % 50 != 49 || reopen();
+      }
+      case 7: {
+        if (!node.isValid())
+          break;
+        const int roles[] = {Qt::ToolTipRole, KR::BoxLibraryModel::BitmapsRole,
+                             KR::BoxLibraryModel::BitmapExpandedRole,
+                             KR::BoxLibraryModel::ExpandedRole};
+        const QVariant values[] = {QStringLiteral("Tip %1").arg(n), QStringList{"a.png"},
+                                   pick(2) == 1, pick(2) == 1};
+        const int which = pick(4);
+        if ((ok = model.setData(node, values[which], roles[which])))
+          at(m_oracle, nodePath).values = valuesOf(node);
+        break;
+      }
+      case 8:
+        if (pick(2)) {
+          ok = inserted(folderPath, model.addBoxFile(folder, row, m_boxFile));
+        } else {
+          const KR::BoxLibraryNode* source = m_other.boxRoot();
+          for (int depth = pick(3); depth >= 0 && source->childCount(); --depth)
+            source = source->child(pick(source->childCount()));
+          ok = inserted(folderPath, model.insertCopy(folder, row, *source));
         }
         break;
       default: m_filter->setFilterText(pick(2) ? QStringLiteral("box") : QString()); break;
     }
     m_done += ok;
-    if (print(read(*m_library->boxRoot())) != print(m_oracle))
-      return fail("the tree differs from the oracle:\n" + print(read(*m_library->boxRoot())) +
-                  "-- expected:\n" + print(m_oracle) +
-                  "-- after: " + m_model->undoText().toStdString());
-    if (n % 50 == 49)
-      return reopen();
-    return true;
+    if (print(current()) != print(m_oracle))
+      return fail("the tree differs from the oracle:\n" + print(current()) + "-- expected:\n" +
+                  print(m_oracle));
+    // An edit makes a new state to come back to; one that changed nothing makes none.
+    if (ok && print(m_oracle) != m_states[m_at]) {
+      m_states.resize(m_at + 1);
+      m_states.push_back(print(m_oracle));
+      ++m_at;
+    }
+    return n % 50 != 49 || reopen();
   }
 
   // Undoes everything: the tree must be the one read at the start.
   bool undoAll() {
     while (m_model->canUndo())
       m_model->undo();
-    return print(read(*m_library->boxRoot())) == print(m_start) || fail("undo all differs");
+    return print(current()) == m_states.front() || fail("undo all differs");
   }
   int done() const { return m_done; }
 
 private:
+  Entry current() const { return read(*m_model, QModelIndex()); }
   void open() {
     m_filter.reset();
     m_tester.reset();
@@ -163,16 +204,15 @@ private:
         m_model.get(), QAbstractItemModelTester::FailureReportingMode::Fatal);
     m_filter = std::make_unique<KR::BoxLibraryFilterModel>();
     m_filter->setSourceModel(m_model.get());
-    m_oracle = read(*m_library->boxRoot());
-    if (m_start.name.empty() && m_start.children.empty())
-      m_start = m_oracle;
+    m_oracle = current();
+    m_states = {print(m_oracle)};
+    m_at = 0;
   }
   // Saves and reads back; the undo stack goes with the old model.
   bool reopen() {
     m_library->save();
     const std::string saved = print(m_oracle);
     open();
-    m_start = m_oracle;
     return print(m_oracle) == saved || fail("the library read back differs");
   }
   int pick(int n) { return std::uniform_int_distribution<int>(0, n - 1)(m_random); }
@@ -189,28 +229,35 @@ private:
     }
     return index;
   }
+  // A node the model made: the oracle takes it as the model shows it, at its row.
+  bool inserted(const std::vector<int>& folder, const QModelIndex& made) {
+    if (!made.isValid())
+      return false;
+    auto& children = at(m_oracle, folder).children;
+    children.insert(children.begin() + made.row(), read(*m_model, made));
+    return true;
+  }
   void erase(const std::vector<int>& path) {
     std::vector<int> parent(path.begin(), path.end() - 1);
     auto& children = at(m_oracle, parent).children;
     children.erase(children.begin() + path.back());
   }
-  void dropped(const std::vector<int>& from, std::vector<int> to, int row, bool copy,
+  void dropped(const std::vector<int>& from, int row, bool copy,
                const QPersistentModelIndex& target) {
     Entry entry = at(m_oracle, from);
     if (!copy) {
       erase(from);
-      to = pathOf(target);
       // The node goes before the child that was at row, wherever that one is now.
       const std::vector<int> parent(from.begin(), from.end() - 1);
       if (parent == pathOf(target) && row > from.back())
         --row;
     }
-    auto& children = at(m_oracle, to).children;
+    auto& children = at(m_oracle, pathOf(target)).children;
     row = row < 0 ? static_cast<int>(children.size()) : row;
     const QModelIndex made = m_model->index(row, 0, target);
     entry.name = made.data().toString().toStdString();
     if (copy)
-      entry = read(*m_model->node(made));
+      entry = read(*m_model, made);
     children.insert(children.begin() + row, entry);
     m_movedRow = row;
   }
@@ -220,12 +267,17 @@ private:
   }
 
   QString m_path;
+  QString m_boxFile;
+  KR::BoxLibrary m_other;
   std::mt19937 m_random;
   std::unique_ptr<KR::BoxLibrary> m_library;
   std::unique_ptr<KR::BoxLibraryModel> m_model;
   std::unique_ptr<QAbstractItemModelTester> m_tester;
   std::unique_ptr<KR::BoxLibraryFilterModel> m_filter;
-  Entry m_oracle, m_start;
+  Entry m_oracle;
+  // The tree after each edit of the undo stack, and where the stack stands.
+  std::vector<std::string> m_states;
+  std::size_t m_at = 0;
   int m_done = 0;
   int m_movedRow = 0;
 };
@@ -260,7 +312,14 @@ int main(int argc, char** argv) {
     std::cerr << "usage: panel_soak LIBRARY [--seed N] [--ops N]\n";
     return 2;
   }
-  Soak soak(dir.filePath("lib"), seed);
+  // A box file with a resource beside it, as a file manager would drop it.
+  QDir().mkpath(dir.filePath("Nod"));
+  QFile box(dir.filePath("Nod/box.bxd"));
+  if (!box.open(QIODevice::WriteOnly) ||
+      box.write("<VantorelBox bxd_version=\"3\"><Box tooltip=\"Nods.\"/></VantorelBox>") < 0)
+    return 2;
+  box.close();
+  Soak soak(dir.filePath("lib"), QString::fromLocal8Bit(argv[1]), box.fileName(), seed);
   for (int n = 0; n < ops; ++n) {
     if (!soak.step(n)) {
       std::cerr << "panel_soak: seed " << seed << ", step " << n << "\n";

@@ -89,73 +89,8 @@ protected:
     return {};
   }
 
-  // Every kind of edit, each checked against the tree before it after undo and redo, then
-  // the files saved checked against the tree.
-  void runSession(const QString& path) {
-    Panel panel(path);
-    Panel other(kExample);
-    KR::BoxLibraryModel& model = panel.model;
-    QSignalSpy canUndo(&model, &KR::BoxLibraryModel::canUndoChanged);
-    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
-    std::vector<QString> states{dump(model)};
-    const auto check = [&](bool ok) {
-      ASSERT_TRUE(ok) << model.errorString().toStdString();
-      states.push_back(dump(model));
-      ASSERT_NE(states.back(), states[states.size() - 2]) << "edit " << states.size() - 1;
-    };
-    const QModelIndex box = firstBox(model);
-    const QModelIndex folder = box.parent();
-    check(model.setData(box, QStringLiteral("Renamed \u00e9"), Qt::EditRole));
-    check(model.setData(box, QStringLiteral("New tip"), Qt::ToolTipRole));
-    EXPECT_EQ(changed.count(), 2);
-    EXPECT_EQ(changed.last().at(0).toModelIndex(), box);
-    check(model.setData(box, QStringList{"a.png", "b.png"}, KR::BoxLibraryModel::BitmapsRole));
-    check(model.setData(folder, !folder.data(KR::BoxLibraryModel::ExpandedRole).toBool(),
-                        KR::BoxLibraryModel::ExpandedRole));
-    const QPersistentModelIndex made = model.insertFolder({}, 0, QStringLiteral("Made"));
-    check(made.isValid());
-    check(model.addBoxFile(made, -1, dir.filePath("Nod/box.bxd"), {dir.filePath("Nod/nod.txt")})
-              .isValid());
-    check(model.moveRows(box.parent(), box.row(), 1, made, 0));
-    check(model.moveRows({}, 1, 1, {}, model.rowCount()));
-    std::unique_ptr<QMimeData> drag(model.mimeData({model.index(1, 0)}));
-    check(model.dropMimeData(drag.get(), Qt::MoveAction, 1, 0, made));
-    drag.reset(model.mimeData({model.index(1, 0)}));
-    check(model.dropMimeData(drag.get(), Qt::CopyAction, -1, 0, {}));
-    check(model.insertCopy(made, 0, *other.library.boxRoot()->child(0)).isValid());
-    QMimeData files;
-    files.setUrls({QUrl::fromLocalFile(dir.filePath("Nod/box.bxd"))});
-    check(model.dropMimeData(&files, Qt::CopyAction, -1, 0, made));
-    check(model.removeRows(1, 1));
-    EXPECT_EQ(canUndo.count(), 1);
-    EXPECT_TRUE(model.undoText().startsWith("Remove \u201c"));
-
-    for (std::size_t i = states.size() - 1; i > 0; --i) {
-      model.undo();
-      ASSERT_EQ(dump(model), states[i - 1]) << "undo of edit " << i;
-    }
-    EXPECT_FALSE(model.canUndo());
-    for (std::size_t i = 1; i < states.size(); ++i) {
-      model.redo();
-      ASSERT_EQ(dump(model), states[i]) << "redo of edit " << i;
-    }
-    EXPECT_FALSE(model.canRedo());
-    EXPECT_EQ(canUndo.count(), 3);
-    panel.library.save();
-    Panel reread(path);
-    EXPECT_EQ(dump(reread.model), states.back());
-  }
-
   QTemporaryDir dir;
 };
-
-TEST_F(ModelSession, EveryEditUndoesAndRedoesOnTheExampleLibrary) {
-  runSession(copyExample());
-}
-
-TEST_F(ModelSession, EveryEditUndoesAndRedoesOnAGeneratedLibrary) {
-  runSession(generated(12));
-}
 
 TEST_F(ModelSession, RowsOfALargeFolderStayInStep) {
   Panel panel(generated(300));
