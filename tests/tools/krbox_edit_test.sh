@@ -103,19 +103,12 @@ expect_refused 1 add "$dir" "Motions" "$src/box.bxd"
 expect_refused 1 add "$dir" "Motions" "$src/anything.bxd" "$src/nod.txt" "$src/missing.txt"
 expect_refused 1 add "$dir" "Motions" "$src/anything.bxd" "$src/Nod%3f Yes/box.bxd"
 expect_refused 1 add "$dir" "Motions" "$src/anything.bxd" "$src/nod.txt" "$src/nod.txt"
-# Names empty once their number group is dropped would write into the folder above.
-printf '<VantorelBox bxd_version="3"><Box tooltip="No name."/></VantorelBox>\n' >"$src/ (4).bxd"
-expect_refused 1 add "$dir" "" "$src/ (4).bxd"
+# The editor's refusals (its own tests go through each) end the command the same way.
 expect_refused 1 mkdir "$dir" " (2)"
-expect_refused 1 mkdir "$dir" "Motions/ ()"
-expect_refused 1 rename "$dir" "Motions" " (3)"
 expect_refused 1 mv "$dir" "Motions" "Motions/Postures"
 grep -q 'into itself' "$work/err" || fail "mv into itself: $(cat "$work/err")"
-expect_refused 1 mv "$dir" "Motions" "Motions"
-expect_refused 1 mv "$dir" "Motions/Postures/Crouch" "Motions/Postures/Stand Up"
 expect_refused 1 mv "$dir" "Motions/Postures/Crouch" "Motions/Postures" 3
 expect_refused 1 mv "$dir" "Motions/Postures/Crouch" "Motions/Dances" -1
-expect_refused 1 mv "$zip" "Chirp" "Motions" 4
 expect_refused 1 set-tooltip "$dir" "Motions" "A folder has none"
 expect_refused 2 mv "$dir" "Motions"
 
