@@ -494,47 +494,70 @@ struct Run {
   }
 
   // Kills a child's save in place just before each rename, removal and flush in turn: a
-  // fresh model must then read the source wholly as before or wholly as after. The source
-  // and the scratch, which the child shares on disk, are restored after each child.
+  // fresh model must then read the source wholly as before or wholly as after. Each step
+  // that was reached then fails instead in another child: its model must still show what it
+  // did, a fresh model read the source as before or after, and its next save go through.
+  // The source and the scratch, which the children share on disk, are restored after each.
   void killAround(Model& M) {
     const std::string kept[] = {M.src, scratch}, copies[] = {root + "/s0", root + "/s1"};
     for (int k : {0, 1})
       linkTree(kept[k], copies[k]);
     const std::map<int, std::string> folders = openFolders(root);
+    const auto fresh = [&](const char* when) {
+      ProjectModel model;
+      model.load(q(M.src), ArchiveFormat_Auto);
+      const Tree seen = view(model), &before = disk.at(M.src);
+      check(seen == before || seen == M.t, when + std::string(" save: neither before nor after"),
+            "against before: " + diff(before, seen) + "; against after: " + diff(M.t, seen));
+    };
     for (const char* kind : {"rename", "unlink", "flush"}) {
       for (int n = 1, status = 0, killed = 1; killed && n < 500; ++n) {
-        const std::string at = kind + (":" + std::to_string(n)), reason = root + "/reason";
-        std::fflush(nullptr);
-        if (const pid_t child = ::fork()) {
-          ::waitpid(child, &status, 0);
-        } else {
-          ::setenv("ZUPROJECT_FAULT", (at + ":kill").c_str(), 1);
-          guarded([&] { M.p->save("", ArchiveFormat_Current, false); },
-                  [&](const std::string& label, const std::string& detail) {
-                    std::ofstream(reason) << label << ": " << detail;
-                    ::_exit(3);
-                  });
-          ::_exit(0);
+        for (const bool kill : {true, false}) {
+          const std::string at = kind + (":" + std::to_string(n)), reason = root + "/reason";
+          std::fflush(nullptr);
+          if (const pid_t child = ::fork()) {
+            ::waitpid(child, &status, 0);
+          } else {
+            ::setenv("ZUPROJECT_FAULT", (at + (kill ? ":kill" : "")).c_str(), 1);
+            guarded(
+                [&] {
+                  if (kill)
+                    return M.p->save("", ArchiveFormat_Current, false);
+                  try {
+                    M.p->save("", ArchiveFormat_Current, false);
+                  } catch (const Exception&) {
+                  }
+                  ::unsetenv("ZUPROJECT_FAULT");
+                  verify(*M.p, M.t, "after a failed save");
+                  fresh("failed");
+                  M.p->save("", ArchiveFormat_Current, false);
+                  ProjectModel model;
+                  model.load(q(M.src), ArchiveFormat_Auto);
+                  verify(model, M.t, "saved after a failed save");
+                },
+                [&](const std::string& label, const std::string& detail) {
+                  std::ofstream(reason) << label << ": " << detail;
+                  ::_exit(3);
+                });
+            ::_exit(0);
+          }
+          if (kill)
+            stats.kills += killed = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+          std::optional<Failure> failed;  // thrown once the disk is restored
+          if (kill && killed)
+            guarded([&] { fresh("killed"); },
+                    [&](const std::string& label, const std::string& detail) {
+                      failed = Failure{label, at + ": " + detail};
+                    });
+          for (int k : {0, 1})
+            restore(copies[k], kept[k]);
+          reopen(folders);
+          check(!failed, failed ? failed->label : "", failed ? failed->detail : "");
+          check((kill && killed) || (WIFEXITED(status) && WEXITSTATUS(status) == 0),
+                kill ? "save in a child fails" : "failed save", at + ": " + readAll(reason));
+          if (!killed)
+            break;
         }
-        stats.kills += killed = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
-        std::optional<Failure> failed;  // thrown once the disk is restored
-        const auto fresh = [&] {
-          ProjectModel model;
-          model.load(q(M.src), ArchiveFormat_Auto);
-          const Tree seen = view(model), &before = disk.at(M.src);
-          check(seen == before || seen == M.t, "neither before nor after",
-                "against before: " + diff(before, seen) + "; against after: " + diff(M.t, seen));
-        };
-        if (killed)
-          guarded(fresh, [&](const std::string& label, const std::string& detail) {
-            failed = Failure{"killed save: " + label, at + ": " + detail};
-          });
-        for (int k : {0, 1})
-          restore(copies[k], kept[k]);
-        reopen(folders);
-        check(!failed, failed ? failed->label : "", failed ? failed->detail : "");
-        check(killed || (WIFEXITED(status) && WEXITSTATUS(status) == 0), "save in a child fails",
-              at + ": " + readAll(reason));
       }
     }
     for (int k : {0, 1})

@@ -1,6 +1,7 @@
 #include "project_fixtures.h"
 
 #include <cstdio>
+#include <functional>
 
 using zu::project::Exception;
 using zu::project::PathNotFound;
@@ -108,6 +109,28 @@ TEST(ProjectModelFiles, PathsLeavingTheModelReadAsAbsentAndCannotBeChanged) {
   } catch (const Exception&) {
   }
   EXPECT_EQ(readDiskFile(absolute), QByteArray("absolute"));
+}
+
+TEST(ProjectModelFiles, ANameLongerThanAFileSystemHoldsIsRefusedChangingNothing) {
+  ProjectModel model;
+  model.writeFile("F/X", "X");
+  const QString tooLong = "F/" + QString(128, QChar(0xE9)) + "/Y";  // 256 bytes in 128 letters
+  const std::function<void()> makes[] = {[&] { model.move("F/X", tooLong, false); },
+                                         [&] { model.mkdir(tooLong, true); },
+                                         [&] { model.writeFile(tooLong, "Y"); },
+                                         [&] { model.importFile(&model, "F/X", tooLong, false); }};
+  for (const auto& make : makes) {
+    try {
+      make();
+      ADD_FAILURE() << "accepted";
+    } catch (const Exception& e) {
+      EXPECT_EQ(e.what(),
+                tooLong.toStdString() + ": a name in it is too long (more than 255 bytes)");
+    }
+    EXPECT_EQ(flat(modelTree(model)), "F/ F/X=X");
+  }
+  EXPECT_EQ(model.fopen(tooLong, "w"), nullptr);
+  EXPECT_NO_THROW(model.move("F/X", "F/" + QString(255, 'n'), false));
 }
 
 TEST(ProjectModelFiles, GetFileListHonoursEachFlagAndSortsByUtf8Bytes) {

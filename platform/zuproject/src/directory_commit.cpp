@@ -27,13 +27,16 @@ const char kRecord[] = "record";
 const char kRecordNew[] = "record.new";
 const char kDone[] = "done";
 
-// One step of a save. Removals and stashes are not repeatable, so the record's "done"
-// log notes each one made; the others check their staged entry and can run again.
+// One step of a save. What a step removes or replaces waits aside in the pending entry until
+// the save is made, so that a save that fails half-way can put back what it changed. Removals
+// and stashes are not repeatable, so the "done" log notes each one made before anything is
+// made in its place; the others check their staged entry and can run again.
 struct Op {
   char type;  // R remove, A stash a moved tree, M place it, D make a directory, P put a file
   std::string first;
   std::string second;
   bool logged() const { return type == 'R' || type == 'A'; }
+  const std::string& target() const { return type == 'M' || type == 'P' ? second : first; }
 };
 
 std::error_code lastError() {
@@ -80,87 +83,211 @@ std::optional<std::string> readAt(int dirFd, const char* name) {
 
 bool existsAt(int dirFd, const std::string& name) {
   struct stat info;
-  return ::fstatat(dirFd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+  return dirFd >= 0 && ::fstatat(dirFd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-// Makes the steps of a record, skipping those already logged; returns false when one
-// failed. Every directory it changed is fsynced before it returns.
-bool apply(Beneath& files, int pending, const std::vector<Op>& ops) {
-  std::set<std::size_t> done;
-  if (const std::optional<std::string> log = readAt(pending, kDone)) {
-    std::size_t at = 0;
-    while (at < log->size()) {
-      const std::size_t end = log->find('\n', at);
-      if (end == std::string::npos)
-        break;
-      done.insert(std::stoul(log->substr(at, end - at)));
-      at = end + 1;
-    }
-  }
-  const int logFd = ::openat(pending, kDone, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-  std::set<std::string> changedDirs;
-  bool ok = logFd >= 0;
-  // Repeating a removal or stash only matters once something was made in its place, so
-  // the log is flushed before each step that makes something, not after every entry.
-  bool unsynced = false;
-  for (std::size_t i = 0; i < ops.size() && logFd >= 0; ++i) {
-    const Op& op = ops[i];
-    if (op.logged() && done.count(i))
-      continue;
-    if (unsynced && !op.logged()) {
-      io::sync(logFd, true);
-      unsynced = false;
-    }
-    const std::string& target = op.type == 'M' || op.type == 'P' ? op.second : op.first;
-    const auto [parent, name] = splitLast(target);
-    changedDirs.insert(parent);
-    bool stepOk = true;
-    switch (op.type) {
-      case 'R': stepOk = files.removeTree(target) || files.kind(target) == Kind::None; break;
-      case 'A': {
-        const int from = files.dir(parent);
-        stepOk = from >= 0 && (io::renameAt(from, name.c_str(), pending, op.second.c_str()) == 0 ||
-                               errno == ENOENT);
-        files.forget();
-        break;
+// The steps of a recorded save, made or taken back. The log holds "N" for each step made,
+// then, once the save is being taken back, "u" and "uN" for each step put back; a torn last
+// line is left to the checks on disk. Every directory changed is fsynced at the end.
+class Steps {
+public:
+  Steps(Beneath& files, int pending, std::vector<Op> ops)
+      : m_files(files), m_pending(pending), m_ops(std::move(ops)) {
+    if (const std::optional<std::string> log = readAt(pending, kDone)) {
+      for (std::size_t at = 0, end; (end = log->find('\n', at)) != std::string::npos;
+           at = end + 1) {
+        const bool back = log->compare(at, 1, "u") == 0;
+        m_undoing = m_undoing || back;
+        const std::string number = log->substr(at + back, end - at - back);
+        if (!number.empty() && number.find_first_not_of("0123456789") == std::string::npos)
+          (back ? m_undone : m_done).insert(std::stoul(number));
       }
-      case 'M':
-      case 'P':
-        if (existsAt(pending, op.first)) {
-          const int to = files.dir(parent);
-          // A link the source had there is replaced, never followed.
-          if (to >= 0 && op.type == 'M' && files.kind(target) == Kind::None)
-            io::unlinkAt(to, name.c_str(), 0);
-          stepOk = to >= 0 && io::renameAt(pending, op.first.c_str(), to, name.c_str()) == 0;
-          files.forget();
-        }
-        if (op.type == 'M')
-          changedDirs.insert(target);
-        break;
-      case 'D': stepOk = files.makeDirs(target); break;
-      default: stepOk = false;
     }
-    ok = ok && stepOk;
-    if (op.logged()) {
-      const std::string line = std::to_string(i) + "\n";
-      writeAll(logFd, line.data(), line.size());
-      unsynced = true;
+    m_log = ::openat(pending, kDone, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (m_log < 0) {
+      m_error = lastError();
+      m_failed = std::string(kPendingName) + "/" + kDone;
     }
   }
-  if (logFd >= 0)
-    ::close(logFd);
+  ~Steps();
+  Steps(const Steps&) = delete;
+  Steps& operator=(const Steps&) = delete;
+
+  /// Makes the steps not made yet, stopping at the first that fails (false; failure() tells).
+  bool forward();
+  /// Puts back, last first, every step made; false when one could not be.
+  bool backward();
+  /// Goes on as a save cut short was going: forward, or back once forward fails.
+  bool finish() { return (!m_undoing && forward()) || backward(); }
+  /// The path of the step that failed first, with the system's reason.
+  std::string failure() const { return m_failed + ": " + m_error.message(); }
+
+private:
+  bool make(std::size_t i);
+  bool putBack(std::size_t i);
+  bool note(const std::string& line, bool flush);
+  // What a removal moved aside, or what a placed entry replaced.
+  static std::string aside(char prefix, std::size_t i) { return prefix + std::to_string(i); }
+
+  Beneath& m_files;
+  int m_pending;
+  std::vector<Op> m_ops;
+  int m_log = -1;
+  std::set<std::size_t> m_done;
+  std::set<std::size_t> m_undone;
+  bool m_undoing = false;
+  std::set<std::string> m_changedDirs;
+  std::error_code m_error;
+  std::string m_failed;
+};
+
+Steps::~Steps() {
+  if (m_log >= 0)
+    ::close(m_log);
   // The renames must be on disk before the record goes; past a few directories one
   // filesystem flush is cheaper than one per directory.
-  if (changedDirs.size() > 8) {
-    io::syncFs(files.rootFd());
-    return ok;
+  if (m_changedDirs.size() > 8) {
+    io::syncFs(m_files.rootFd());
+    return;
   }
-  for (const std::string& dir : changedDirs) {
-    const int fd = files.dir(dir);
+  for (const std::string& dir : m_changedDirs) {
+    const int fd = m_files.dir(dir);
     if (fd >= 0)
       io::sync(fd);
   }
+}
+
+bool Steps::note(const std::string& line, bool flush) {
+  const std::string text = line + "\n";
+  return m_log >= 0 && writeAll(m_log, text.data(), text.size()) &&
+         (!flush || io::sync(m_log, true) == 0);
+}
+
+bool Steps::make(std::size_t i) {
+  const Op& op = m_ops[i];
+  const auto [parent, name] = splitLast(op.target());
+  m_changedDirs.insert(parent);
+  const int dir = m_files.dir(parent);
+  bool ok = true;
+  switch (op.type) {
+    case 'R':
+    case 'A': {
+      const std::string to = op.type == 'A' ? op.second : aside('t', i);
+      // A removal without a parent has nothing to remove; a stash must find its origin's.
+      ok = dir >= 0 ? io::renameAt(dir, name.c_str(), m_pending, to.c_str()) == 0 || errno == ENOENT
+                    : op.type == 'R';
+      break;
+    }
+    case 'M':
+    case 'P': {
+      if (!existsAt(m_pending, op.first))
+        break;  // placed already
+      // A file replaced keeps its place meanwhile through a second link, so that it is
+      // replaced in one step; a link the source had there goes aside, never followed.
+      const std::string replaced = aside('b', i);
+      ok = dir >= 0 &&
+           (existsAt(m_pending, replaced) || !existsAt(dir, name) ||
+            (op.type == 'P' && ::linkat(dir, name.c_str(), m_pending, replaced.c_str(), 0) == 0) ||
+            io::renameAt(dir, name.c_str(), m_pending, replaced.c_str()) == 0) &&
+           io::renameAt(m_pending, op.first.c_str(), dir, name.c_str()) == 0;
+      if (op.type == 'M')
+        m_changedDirs.insert(op.second);
+      break;
+    }
+    case 'D': return m_files.makeDirs(op.first);
+    default: errno = EINVAL; return false;
+  }
+  if (!ok && !errno)
+    errno = ENOENT;
+  m_files.forget();
   return ok;
+}
+
+bool Steps::putBack(std::size_t i) {
+  const Op& op = m_ops[i];
+  const auto [parent, name] = splitLast(op.target());
+  m_changedDirs.insert(parent);
+  const int dir = m_files.dir(parent);
+  bool ok = true;
+  switch (op.type) {
+    case 'R':
+    case 'A': {
+      const std::string from = op.type == 'A' ? op.second : aside('t', i);
+      if (existsAt(m_pending, from))
+        ok = dir >= 0 && io::renameAt(m_pending, from.c_str(), dir, name.c_str()) == 0;
+      break;
+    }
+    case 'M':
+    case 'P': {
+      // Placed once its staged entry is gone, which for a stash means once it was made.
+      bool placed = !existsAt(m_pending, op.first);
+      for (std::size_t j = 0; placed && op.type == 'M' && j < i; ++j) {
+        if (m_ops[j].type == 'A' && m_ops[j].second == op.first)
+          placed = m_done.count(j) != 0;
+      }
+      if (placed && existsAt(dir, name))
+        ok = io::renameAt(dir, name.c_str(), m_pending, op.first.c_str()) == 0;
+      const std::string replaced = aside('b', i);
+      if (ok && existsAt(m_pending, replaced))
+        ok = dir >= 0 && io::renameAt(m_pending, replaced.c_str(), dir, name.c_str()) == 0;
+      break;
+    }
+    case 'D':
+      // A directory someone filled meanwhile stays.
+      return !m_done.count(i) || dir < 0 || io::unlinkAt(dir, name.c_str(), AT_REMOVEDIR) == 0 ||
+             errno == ENOENT || errno == ENOTEMPTY || errno == EEXIST;
+    default: return true;
+  }
+  m_files.forget();
+  return ok;
+}
+
+bool Steps::forward() {
+  // Repeating a removal or stash only matters once something was made in its place, so
+  // the log is flushed before each step that makes something, not after every entry.
+  bool unsynced = false;
+  for (std::size_t i = 0; i < m_ops.size() && m_log >= 0; ++i) {
+    if (m_done.count(i))
+      continue;
+    if (unsynced && !m_ops[i].logged()) {
+      io::sync(m_log, true);
+      unsynced = false;
+    }
+    errno = 0;
+    const bool made = make(i);
+    if (made)
+      m_done.insert(i);
+    // A step the log does not hold could be repeated over what follows it.
+    if (!made || !note(std::to_string(i), false)) {
+      m_error = lastError();
+      m_failed = m_ops[i].target();
+      return false;
+    }
+    unsynced = unsynced || m_ops[i].logged();
+  }
+  return m_log >= 0;
+}
+
+bool Steps::backward() {
+  // Noted before the first step goes back, so that a save cut short meanwhile goes on back;
+  // without room for the note, what can be put back still is.
+  if (!m_undoing)
+    note("u", true);
+  m_undoing = true;
+  for (std::size_t i = m_ops.size(); i-- > 0;) {
+    if (m_undone.count(i))
+      continue;
+    if (!putBack(i)) {
+      if (m_failed.empty()) {
+        m_error = lastError();
+        m_failed = m_ops[i].target();
+      }
+      return false;
+    }
+    m_undone.insert(i);
+    note("u" + std::to_string(i), true);
+  }
+  return true;
 }
 
 // Opens the pending entry, locked against another save in the same directory.
@@ -228,7 +355,12 @@ private:
   Kind kindAt(const std::optional<std::string>& basis) const {
     return basis ? m_files.kind(*basis) : Kind::None;
   }
+  // Every step but a new directory is checked against what the model read at replaced:
+  // where the directory holds now what the step replaces or removes. That is the step's own
+  // path unless said otherwise, and nothing where the save itself empties the place first.
   void add(char type, const std::string& first, const std::string& second = std::string());
+  void add(char type, const std::string& first, const std::string& second,
+           const std::optional<std::string>& replaced);
   void putFile(const std::string& path, const std::optional<std::string>& basis);
   void writeSubtree(const std::string& path, const std::optional<std::string>& basis);
   std::string stage(const std::string& bytes, mode_t mode);
@@ -244,6 +376,7 @@ private:
   std::vector<std::string> m_handled;                    // subtrees written whole
   std::vector<Op> m_ops;
   std::vector<std::string> m_touched;
+  std::vector<std::string> m_replaced;
   int m_pending = -1;
   unsigned m_count = 0;
   std::vector<std::string> m_staged;
@@ -302,8 +435,15 @@ std::optional<std::string> Planner::basis(const std::string& path) const {
 }
 
 void Planner::add(char type, const std::string& first, const std::string& second) {
+  add(type, first, second, type == 'M' || type == 'P' ? second : first);
+}
+
+void Planner::add(char type, const std::string& first, const std::string& second,
+                  const std::optional<std::string>& replaced) {
   m_ops.push_back({type, first, second});
-  m_touched.push_back(type == 'M' || type == 'P' ? second : first);
+  m_touched.push_back(m_ops.back().target());
+  if (replaced && type != 'D')
+    m_replaced.push_back(*replaced);
 }
 
 void Planner::openPendingOnce() {
@@ -311,7 +451,6 @@ void Planner::openPendingOnce() {
     return;
   if (!writableAt(m_files.rootFd(), "."))
     throw Exception(m_source.root() + ": not writable, so nothing was saved");
-  finishPendingSave(m_files);
   m_pending = openPending(m_files.rootFd(), true);
   if (m_pending < 0)
     throwSystemError("Could not prepare the save in " + m_source.root(), lastError());
@@ -363,13 +502,13 @@ void Planner::putFile(const std::string& path, const std::optional<std::string>&
       return;
   }
   if (there == Kind::Dir)
-    add('R', path);
+    add('R', path, std::string(), basis);
   mode_t mode = 0644;
   if (there == Kind::File) {
     if (const std::optional<struct stat> old = m_files.status(*basis))
       mode = old->st_mode & 07777;
   }
-  add('P', stage(*bytes, mode), path);
+  add('P', stage(*bytes, mode), path, basis);
 }
 
 void Planner::writeSubtree(const std::string& path, const std::optional<std::string>& basis) {
@@ -379,7 +518,7 @@ void Planner::writeSubtree(const std::string& path, const std::optional<std::str
     return;
   }
   if (there == Kind::File)
-    add('R', path);
+    add('R', path, std::string(), basis);
   if (there != Kind::Dir)
     add('D', path);
   std::set<std::string> seen;
@@ -392,7 +531,7 @@ void Planner::writeSubtree(const std::string& path, const std::optional<std::str
   if (there == Kind::Dir) {
     for (const Listed& entry : m_files.list(*basis)) {
       if (!seen.count(entry.name))
-        add('R', joinPath(path, entry.name));
+        add('R', joinPath(path, entry.name), std::string(), joinPath(*basis, entry.name));
     }
   }
 }
@@ -434,7 +573,7 @@ void Planner::plan() {
     }
     if (node.type == Node::Whiteout) {
       if (there != Kind::None)
-        add('R', path);
+        add('R', path, std::string(), base);
     } else if (node.type == Node::File) {
       putFile(path, base);
     } else if (!node.local.empty() || (node.from && !m_moves.count(path))) {
@@ -442,14 +581,14 @@ void Planner::plan() {
       writeSubtree(path, base);
     } else if (node.from || node.opaque) {
       if (there != Kind::None)
-        add('R', path);
+        add('R', path, std::string(), base);
       if (node.from)
-        add('M', stash[path], path);
+        add('M', stash[path], path, base);
       else
         add('D', path);
     } else if (there != Kind::Dir) {
       if (there == Kind::File)
-        add('R', path);
+        add('R', path, std::string(), base);
       add('D', path);
     }
   }
@@ -458,12 +597,7 @@ void Planner::plan() {
 void Planner::run() {
   if (m_ops.empty())
     return;
-  std::vector<std::string> replaced;
-  for (const Op& op : m_ops) {
-    if (op.type != 'D')
-      replaced.push_back(op.type == 'M' || op.type == 'P' ? op.second : op.first);
-  }
-  const std::vector<std::string> changed = m_source.conflicts(replaced);
+  const std::vector<std::string> changed = m_source.conflicts(m_replaced);
   if (!changed.empty()) {
     std::string names;
     for (const std::string& path : changed)
@@ -502,19 +636,35 @@ void Planner::run() {
       io::sync(m_pending) != 0)
     throwSystemError("Could not record the save in " + m_source.root(),
                      written ? lastError() : reason);
-  // From here on the save is made, now or by the next load.
+  // From here on the save is made, now or by the next load, or taken back whole.
   const int root = m_files.rootFd();
-  const bool ok = apply(m_files, m_pending, m_ops);
+  bool made = true;
+  bool back = true;
+  std::string failure;
+  {
+    Steps steps(m_files, m_pending, m_ops);
+    made = steps.forward();
+    // A step that cannot be made now may never be: what was made goes back, so that the
+    // directory stays as this model read it and the model can save again.
+    if (!made) {
+      failure = steps.failure();
+      back = steps.backward();
+    }
+  }
   io::sync(root);
-  if (!ok) {
-    // The record stays, so that the next open finishes the save rather than leave a mix.
+  for (Source* reader : readers)
+    reader->forget();
+  if (!back) {
+    // The record stays, and the next open goes on putting back what this save changed.
     ::close(m_pending);
     m_pending = -1;
-    throw Exception("Could not finish saving " + m_source.root() +
-                    "; the next open of it finishes the save");
+    throw Exception("Could not save " + m_source.root() + "/" + failure +
+                    "; the next open of it puts back what was changed");
   }
   closePending(root, m_pending);
   m_pending = -1;
+  if (!made)
+    throw Exception("Could not save " + m_source.root() + "/" + failure + "; nothing was saved");
   // Their next save is this process's, and no other writer's.
   for (Source* reader : readers)
     reader->settle(m_touched);
@@ -542,6 +692,10 @@ void Planner::refuseUnwritable() {
 
 void commitToDirectory(Changes& changes, DirectorySource& source) {
   source.withFiles([&](Beneath& files) {
+    // What this save plans from is the directory as a save cut short there leaves it.
+    if (!finishPendingSave(files))
+      throw Exception(source.root() +
+                      ": an earlier save there could not be finished, so nothing was saved");
     Planner planner(changes, source, files);
     planner.plan();
     planner.run();
@@ -550,18 +704,24 @@ void commitToDirectory(Changes& changes, DirectorySource& source) {
   changes.reset(changes.source());
 }
 
-void finishPendingSave(Beneath& files) {
+bool finishPendingSave(Beneath& files) {
   const int root = files.rootFd();
   struct stat info;
   if (::fstatat(root, kPendingName, &info, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(info.st_mode))
-    return;
+    return true;
   const int pending = openPending(root, false);
   if (pending < 0)
-    return;
+    return false;
+  bool finished = true;
   if (const std::optional<std::string> record = readAt(pending, kRecord))
-    apply(files, pending, parse(*record));
+    finished = Steps(files, pending, parse(*record)).finish();
   files.forget();
-  closePending(root, pending);
+  // Unfinished, everything the save moved aside stays in the pending entry for a later try.
+  if (finished)
+    closePending(root, pending);
+  else
+    ::close(pending);
+  return finished;
 }
 
 }  // namespace detail

@@ -14,6 +14,8 @@
 
 #include <fcntl.h>
 #include <unistd.h>
+#include <algorithm>
+#include <climits>
 #include <cstring>
 #include <optional>
 
@@ -59,6 +61,24 @@ struct ProjectModel::Private {
     if (!result)
       throw PathNotFound(toUtf8(path));
     return *result;
+  }
+  // The same for a path the operation makes: a name no file system here could hold would
+  // stop every later save half-way, so it never comes in.
+  static std::string made(const QString& path) {
+    std::string result = checked(path);
+    if (!holdsLongName(result))
+      return result;
+    throw Exception(result + ": a name in it is too long (more than " + std::to_string(NAME_MAX) +
+                    " bytes)");
+  }
+  static bool holdsLongName(const std::string& path) {
+    for (std::size_t start = 0; start < path.size();) {
+      const std::size_t slash = std::min(path.find('/', start), path.size());
+      if (slash - start > NAME_MAX)
+        return true;
+      start = slash + 1;
+    }
+    return false;
   }
 
   // What is at a path already in normal form.
@@ -174,16 +194,18 @@ void ProjectModel::save(const QString& path, ArchiveFormat format, bool overwrit
           holder->preserve(reader.get(), {std::string()});
       }
     }
-    reader->markOutdated();
   }
   // Back to the same archive, a folder that wraps the project stays.
   const std::string wrapper = atSource && format == d->sourceFormat && changes.source()
                                   ? changes.source()->wrapper()
                                   : std::string();
   writeWhole(changes, target, format, wrapper);
-  // A model reading there saves over this save as its own, not as another writer's.
-  for (const std::shared_ptr<Source>& reader : readers)
+  // A model reading there saves over this save as its own, not as another writer's; one
+  // that failed replaced nothing.
+  for (const std::shared_ptr<Source>& reader : readers) {
+    reader->markOutdated();
     reader->settle({});
+  }
   changes.reset(openSource(target, format));
   d->sourcePath = fromDiskPath(target);
   d->sourceFormat = format;
@@ -227,6 +249,8 @@ FILE* ProjectModel::fopen(const QString& path, const char* mode) {
   Changes& changes = *d->changes;
   if (!isWritingMode(mode))
     return mode[0] == 'r' ? changes.openRead(*file) : nullptr;
+  if (Private::holdsLongName(*file))
+    return nullptr;
   const Kind kind = changes.resolve(*file).kind;
   if (kind == Kind::Dir || (mode[0] == 'r' && kind != Kind::File))
     return nullptr;
@@ -277,7 +301,7 @@ QStringList ProjectModel::getFileList(const QString& dir, bool includeDirectorie
 }
 
 void ProjectModel::mkdir(const QString& path, bool parents) {
-  const std::string dir = Private::checked(path);
+  const std::string dir = Private::made(path);
   if (!dir.empty())
     d->changes->makeDir(dir, parents);
 }
@@ -288,7 +312,7 @@ void ProjectModel::remove(const QString& path) {
 
 void ProjectModel::move(const QString& from, const QString& to, bool overwrite) {
   const std::string source = Private::checked(from);
-  const std::string target = Private::checked(to);
+  const std::string target = Private::made(to);
   if (d->kind(source) == Kind::None)
     throw PathNotFound(toUtf8(from));
   if (source == target)
@@ -314,7 +338,7 @@ void ProjectModel::importFile(const ProjectModel* source, const QString& sourceP
   if (!source)
     throw Exception("No project to import from");
   const std::string from = Private::checked(sourcePath);
-  const std::string to = Private::checked(destinationPath);
+  const std::string to = Private::made(destinationPath);
   const Kind kind = source->d->kind(from);
   if (kind == Kind::None)
     throw PathNotFound(toUtf8(sourcePath));
@@ -381,7 +405,7 @@ QByteArray ProjectModel::readFile(const QString& path) const {
 }
 
 void ProjectModel::writeFile(const QString& path, const QByteArray& data) {
-  const std::string file = Private::checked(path);
+  const std::string file = Private::made(path);
   if (file.empty())
     throw Exception("The top of a project is a directory, not a file");
   d->changes->writeFile(file, std::string(data.constData(), static_cast<size_t>(data.size())));
