@@ -104,16 +104,17 @@ bool BoxLibraryEditor::Private::checkIndex(int& index, int count, const BoxLibra
 
 std::string BoxLibraryEditor::Private::takeName(const BoxLibraryNode* folder, const QString& wanted,
                                                 bool exact, const BoxLibraryNode* self) {
+  const std::string given = text::toUtf8(wanted);
+  const std::string taken = folder->freeName(given, exact, self);
   // The name given, then the form it takes among the siblings (a number may lengthen it).
-  for (const std::string& name :
-       {text::toUtf8(wanted), folder->freeName(text::toUtf8(wanted), exact, self)}) {
-    const std::string why = BoxLibraryNode::nameRefusal(name);
+  for (const std::string* name : {&given, &taken}) {
+    const std::string why = BoxLibraryNode::nameRefusal(*name);
     if (!why.empty()) {
       refuse(QStringLiteral("\"%1\" cannot name a node: %2").arg(wanted, text::fromUtf8(why)));
       return std::string();
     }
   }
-  return folder->freeName(text::toUtf8(wanted), exact, self);
+  return taken;
 }
 
 bool BoxLibraryEditor::Private::writeListing(const BoxLibraryNode* folder, bool expanded,
