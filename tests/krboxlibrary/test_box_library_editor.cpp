@@ -63,7 +63,7 @@ protected:
     testutil::writeFixture(dir.filePath("src"),
                            {{"Nod%3f/box.bxd", testutil::boxFile(R"(<Box tooltip="Nods"/>)")},
                             {"Nod%3f/nod.txt", "yes"},
-                            {"bad.bxd", "<VantorelBox bxd_version=\"2\"><Box/></VantorelBox>"}});
+                            {"bad.bxd", "<VantorelBox><Box/></VantorelBox>"}});
   }
   // A library of two folders, with boxes of the same name in each, at dir/name.
   QString makeLibrary(const QString& name) const {

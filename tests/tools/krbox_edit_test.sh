@@ -103,10 +103,11 @@ expect_refused 1 add "$dir" "Motions" "$src/box.bxd"
 expect_refused 1 add "$dir" "Motions" "$src/anything.bxd" "$src/nod.txt" "$src/missing.txt"
 expect_refused 1 add "$dir" "Motions" "$src/anything.bxd" "$src/Nod%3f Yes/box.bxd"
 expect_refused 1 add "$dir" "Motions" "$src/anything.bxd" "$src/nod.txt" "$src/nod.txt"
+grep -q 'two resources are named "nod.txt"' "$work/err" || fail "add, one resource twice: $(cat "$work/err")"
 # The editor's refusals (its own tests go through each) end the command the same way.
 expect_refused 1 mkdir "$dir" " (2)"
 expect_refused 1 mv "$dir" "Motions" "Motions/Postures"
-grep -q 'into itself' "$work/err" || fail "mv into itself: $(cat "$work/err")"
+grep -q 'cannot move into itself or below itself' "$work/err" || fail "mv into itself: $(cat "$work/err")"
 expect_refused 1 mv "$dir" "Motions/Postures/Crouch" "Motions/Postures" 3
 expect_refused 1 mv "$dir" "Motions/Postures/Crouch" "Motions/Dances" -1
 expect_refused 1 set-tooltip "$dir" "Motions" "A folder has none"
