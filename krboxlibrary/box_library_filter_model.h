@@ -19,6 +19,10 @@ public:
   /// A proxy without a source; setSourceModel() gives it a KR::BoxLibraryModel.
   explicit BoxLibraryFilterModel(QObject* parent = nullptr);
 
+  /// Sets the model to search, KR::BoxLibraryModel or any other (searched through its display,
+  /// tooltip and KR::BoxLibraryModel::TagsRole data).
+  void setSourceModel(QAbstractItemModel* model) override;
+
   /// The query text; empty shows every node.
   QString filterText() const { return m_query.text(); }
 
@@ -36,6 +40,8 @@ protected:
   bool filterAcceptsRow(int sourceRow, const QModelIndex& sourceParent) const override;
 
 private:
+  void remap();
+
   BoxLibraryQuery m_query;
 };
 

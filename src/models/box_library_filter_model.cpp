@@ -10,6 +10,28 @@ BoxLibraryFilterModel::BoxLibraryFilterModel(QObject* parent) : QSortFilterProxy
   setDynamicSortFilter(true);
 }
 
+void BoxLibraryFilterModel::setSourceModel(QAbstractItemModel* model) {
+  if (QAbstractItemModel* old = sourceModel()) {
+    disconnect(old, &QAbstractItemModel::rowsMoved, this, &BoxLibraryFilterModel::remap);
+    disconnect(old, &QAbstractItemModel::layoutChanged, this, &BoxLibraryFilterModel::remap);
+  }
+  QSortFilterProxyModel::setSourceModel(model);
+  // Connected after the base class's own handlers, so as to run once they are done.
+  if (model) {
+    connect(model, &QAbstractItemModel::rowsMoved, this, &BoxLibraryFilterModel::remap);
+    connect(model, &QAbstractItemModel::layoutChanged, this, &BoxLibraryFilterModel::remap);
+  }
+}
+
+// Once a query hides folders, the base class (Qt 5.15 and 6.4) follows a source move or layout
+// change only in part: it can keep mappings that name rows by their old places, so that the
+// rows shown go wrong and a later invalidateFilter() walks them into deleted rows. Starting
+// over is right whatever it kept. Without a query nothing is hidden, and it starts over itself.
+void BoxLibraryFilterModel::remap() {
+  if (!m_query.isEmpty())
+    invalidate();
+}
+
 void BoxLibraryFilterModel::setFilterText(const QString& text) {
   if (text == m_query.text())
     return;
