@@ -1,5 +1,6 @@
 #include "library_fixtures.h"
 
+#include <krboxlibrary/box_library_editor.h>
 #include <krboxlibrary/box_library_filter_model.h>
 #include <krboxlibrary/box_library_model.h>
 
@@ -195,6 +196,20 @@ TEST_F(ModelSession, DropsNameNodesAndUndoRestoresNames) {
   ASSERT_TRUE(model.moveRows({}, 0, 1, {}, 2));
   ASSERT_TRUE(model.removeRows(1, 1));
   EXPECT_EQ(model.rowCount(), 3);
+}
+
+TEST_F(ModelSession, ChangesMadeElsewhereReachTheRows) {
+  Panel panel(copyExample());
+  KR::BoxLibraryModel& model = panel.model;
+  const QModelIndex box = firstBox(model);
+  QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
+  model.node(box)->boxData()->setTooltip(QStringLiteral("Set elsewhere"));
+  ASSERT_EQ(changed.count(), 1);
+  EXPECT_EQ(changed.first().at(0).toModelIndex(), box);
+  // The model's editor used from outside: the rows follow, with no undo step.
+  ASSERT_TRUE(model.editor()->newFolder(model.node(box.parent()), 0, "Outside"));
+  EXPECT_EQ(model.index(0, 0, box.parent()).data().toString(), "Outside");
+  EXPECT_FALSE(model.canUndo());
 }
 
 TEST_F(ModelSession, SearchKeepsTheFoldersAboveAMatch) {
