@@ -64,6 +64,14 @@ public:
   // Writes folder's listing with the node at index, then attaches it; on a failure the
   // node is discarded.
   BoxLibraryNode* finishInsert(BoxLibraryNode* folder, int index, BoxLibraryNode* node);
+  // A node named name that reaches folder's files but is not in its list yet.
+  BoxLibraryNode* newNode(BoxLibraryNode* folder, const std::string& name) {
+    auto* node = new BoxLibraryNode();
+    node->m_name = name;
+    node->m_fileName = BoxLibraryNode::escapeFileName(name);
+    node->m_parent = folder;
+    return node;
+  }
   // Removes the files of a node never attached, and deletes it; returns null.
   BoxLibraryNode* discard(BoxLibraryNode* node);
   // Writes value into the box file, then stores it in the box data and announces it
@@ -208,21 +216,15 @@ BoxLibraryNode* BoxLibraryEditor::newFolder(BoxLibraryNode* folder, int index, c
   const std::string taken = d->takeName(folder, name, false, nullptr);
   if (taken.empty())
     return nullptr;
-  auto* node = new BoxLibraryNode();
-  node->m_name = taken;
-  node->m_fileName = BoxLibraryNode::escapeFileName(taken);
+  BoxLibraryNode* node = d->newNode(folder, taken);
   node->m_expanded = expanded;
-  const QString path = text::asDirectory(folder->path()) + text::fromUtf8(node->m_fileName);
   try {
-    d->library->projectModel()->mkdir(path, false);
+    d->library->projectModel()->mkdir(node->path(), false);
   } catch (const std::exception& e) {
-    delete node;
-    return d->refuse(
-               QStringLiteral("cannot make the folder %1: %2").arg(quoted(taken), reasonOf(e))),
-           nullptr;
+    d->refuse(QStringLiteral("cannot make the folder %1: %2").arg(quoted(taken), reasonOf(e)));
+    return d->discard(node);
   }
-  // The new folder's own listing, then its parent's; finishInsert() undoes the directory.
-  node->m_parent = folder;
+  // The new folder's own listing, then its parent's; a failure removes the directory.
   if (!d->writeListing(node, expanded, {}))
     return d->discard(node);
   return d->finishInsert(folder, index, node);
@@ -237,11 +239,8 @@ BoxLibraryNode* BoxLibraryEditor::addBox(BoxLibraryNode* folder, int index,
   const std::string taken = d->takeName(folder, text::fromUtf8(description.name), false, nullptr);
   if (taken.empty())
     return nullptr;
-  auto* node = new BoxLibraryNode();
-  node->m_parent = folder;
+  BoxLibraryNode* node = d->newNode(folder, taken);
   node->setBoxDataInternal(boost::shared_ptr<BoxData>(new BoxData(node, description.box)));
-  node->m_name = taken;
-  node->m_fileName = BoxLibraryNode::escapeFileName(taken);
   // The caller's element stays as it is: writing names the element it writes.
   QString file;
   std::string why = node->writeBox(description.box->clone(), node->m_boxData->behavior(), file);
@@ -332,10 +331,7 @@ BoxLibraryNode* BoxLibraryEditor::copy(const BoxLibraryNode* source, BoxLibraryN
       d->takeName(folder, text::fromUtf8(source->name()), naming == ExactName, nullptr);
   if (taken.empty())
     return nullptr;
-  auto* node = new BoxLibraryNode();
-  node->m_name = taken;
-  node->m_fileName = BoxLibraryNode::escapeFileName(taken);
-  node->m_parent = folder;
+  BoxLibraryNode* node = d->newNode(folder, taken);
   try {
     d->library->projectModel()->importFile(source->project(), source->path(), node->path(), true);
   } catch (const std::exception& e) {
