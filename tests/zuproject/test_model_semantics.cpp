@@ -99,4 +99,21 @@ TEST(ModelSemantics, ABoxMovedInUnderARenamedOnesNameIsNoOtherWritersChange) {
   }
 }
 
+// A folder moved away and removed with its new parent, then its place taken by a copy:
+// the files the model never read there went with it, no other writer's.
+TEST(ModelSemantics, AFolderGoneWithItsNewParentLeavesItsPlaceToACopy) {
+  QTemporaryDir tmp;
+  ProjectModel lib;
+  fillModel(lib, treeOf("X/box=B X/meta=M P/S/list=L Z/list=Z"));
+  lib.save(tmp.path() + "/lib", zu::project::ArchiveFormat_Directory, false);
+  lib.load(tmp.path() + "/lib", zu::project::ArchiveFormat_Auto);
+  lib.move("X", "P/S/X", false);
+  lib.remove("P/S");
+  lib.importFile(&lib, "Z", "X", true);
+  lib.save(QString(), ArchiveFormat_Current, true);
+  ProjectModel reloaded;
+  reloaded.load(tmp.path() + "/lib", zu::project::ArchiveFormat_Auto);
+  EXPECT_EQ(flat(modelTree(reloaded)), flat(treeOf("P/ X/ X/list=Z Z/ Z/list=Z")));
+}
+
 }  // namespace

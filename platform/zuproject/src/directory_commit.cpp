@@ -530,8 +530,13 @@ void Planner::writeSubtree(const std::string& path, const std::optional<std::str
   }
   if (there == Kind::Dir) {
     for (const Listed& entry : m_files.list(*basis)) {
-      if (!seen.count(entry.name))
-        add('R', joinPath(path, entry.name), std::string(), joinPath(*basis, entry.name));
+      if (seen.count(entry.name))
+        continue;
+      // What the model never knew was there goes with its folder, as a whole removed
+      // folder's content does: only what it read is checked.
+      const std::string old = joinPath(*basis, entry.name);
+      add('R', joinPath(path, entry.name), std::string(),
+          entry.dir || m_source.knows(old) ? std::optional<std::string>(old) : std::nullopt);
     }
   }
 }

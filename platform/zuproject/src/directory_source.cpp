@@ -87,6 +87,7 @@ FILE* DirectorySource::open(const std::string& path) {
 std::vector<Listed> DirectorySource::list(const std::string& dir) {
   std::lock_guard<std::recursive_mutex> lock(m_mutex);
   std::vector<Listed> entries = m_files->list(dir);
+  m_listed.insert(dir);
   // A file listed was seen: removing it later with its folder is no conflict.
   for (const Listed& entry : entries) {
     const std::string path = joinPath(dir, entry.name);
@@ -143,10 +144,16 @@ void DirectorySource::settle(const std::vector<std::string>& touched) {
   }
 }
 
+bool DirectorySource::knows(const std::string& path) {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  return m_stamps.count(path) || m_listed.count(splitLast(path).first);
+}
+
 void DirectorySource::noteTree(const std::string& path) {
   const std::optional<struct stat> info = m_files->status(path);
   note(path, info);
   if (info && S_ISDIR(info->st_mode)) {
+    m_listed.insert(path);
     for (const Listed& entry : m_files->list(path))
       noteTree(joinPath(path, entry.name));
   }

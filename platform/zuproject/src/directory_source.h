@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 
 namespace zu {
 namespace project {
@@ -39,6 +40,9 @@ public:
   /// another writer changed since this source first read them, or made meanwhile.
   std::vector<std::string> conflicts(const std::vector<std::string>& touched);
   void settle(const std::vector<std::string>& touched) override;
+  /// Whether this source knows what was at path: it read the file, or listed its directory.
+  /// A file it never knew of is no sign of another writer when its directory goes whole.
+  bool knows(const std::string& path);
 
   /// The directory's own path, also for one in scratch.
   const std::string& root() const { return m_path; }
@@ -59,6 +63,8 @@ private:
   std::unique_ptr<Beneath> m_files;
   // Each file as first read: a save checks it is still so before replacing it.
   std::map<std::string, Stamp> m_stamps;
+  // The directories listed, whose files not noted in m_stamps came after.
+  std::set<std::string> m_listed;
 
   void note(const std::string& path, const std::optional<struct stat>& info);
   // What this process's save made at path is seen: it is no other writer's.
