@@ -98,8 +98,10 @@ public:
     const std::vector<int> nodePath = pathOf(node), folderPath = pathOf(folder);
     const int op = pick(10);
     if (std::getenv("PANEL_SOAK_TRACE"))
-      std::cerr << n << ": op " << op << " node " << node.data().toString().toStdString()
-                << " folder " << folder.data().toString().toStdString() << " row " << row << "\n";
+      std::cerr << n << ": op " << op << " node "
+                << node.data(KR::BoxLibraryModel::PathRole).toString().toStdString() << " folder "
+                << folder.data(KR::BoxLibraryModel::PathRole).toString().toStdString() << " row "
+                << row << "\n";
     bool ok = false;
     switch (op) {
       case 0: {
