@@ -108,12 +108,6 @@ TEST_F(Editor, EachEditChangesTheTreeAndItsFiles) {
       {"rename keeps the place", [](auto& e, auto& l) { return e.rename(at(l, "A/Box"), "R?"); },
        "A +\n  R? [Tip|]\n  Box (3) [Tip|]\nB -\n  Box [Tip|]\n",
        " +A/R%3f/ +A/R%3f/box.bxd +A/R%3f/icon.png -A/Box/ -A/Box/box.bxd -A/Box/icon.png"},
-      {"exact rename",
-       [](auto& e, auto& l) {
-         return e.rename(at(l, "B/Box"), "Box (7)", BoxLibraryEditor::ExactName);
-       },
-       "A +\n  Box [Tip|]\n  Box (3) [Tip|]\nB -\n  Box (7) [Tip|]\n",
-       " +B/Box (7)/ +B/Box (7)/box.bxd -B/Box/ -B/Box/box.bxd"},
       {"move across, numbered",
        [](auto& e, auto& l) { return e.move(at(l, "B/Box"), at(l, "A"), 0); },
        "A +\n  Box (2) [Tip|]\n  Box [Tip|]\n  Box (3) [Tip|]\nB -\n",

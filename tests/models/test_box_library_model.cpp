@@ -70,15 +70,6 @@ protected:
     }
     return dir.filePath("lib");
   }
-  QString generated(int boxes) {
-    testutil::Fixture files{{"Other/Deeper/", ""}};
-    for (int i = 0; i < boxes; ++i)
-      files.push_back({"Flat/Box " + std::to_string(i) + "/box.bxd",
-                       testutil::boxFile(R"(<Box name="root" tooltip="Generated )" +
-                                         std::to_string(i) + R"("/>)")});
-    testutil::writeFixture(dir.filePath("gen"), files);
-    return dir.filePath("gen");
-  }
   QModelIndex firstBox(const QAbstractItemModel& model, const QModelIndex& parent = {}) {
     for (int row = 0; row < model.rowCount(parent); ++row) {
       const QModelIndex index = model.index(row, 0, parent);
@@ -92,20 +83,6 @@ protected:
 
   QTemporaryDir dir;
 };
-
-TEST_F(ModelSession, RowsOfALargeFolderStayInStep) {
-  Panel panel(generated(300));
-  const QModelIndex flat = panel.model.index(0, 0);
-  ASSERT_EQ(panel.model.rowCount(flat), 300);
-  const QString name = panel.model.index(250, 0, flat).data().toString();
-  ASSERT_TRUE(panel.model.moveRows(flat, 250, 10, flat, 3));
-  ASSERT_TRUE(panel.model.removeRows(100, 50, flat));
-  for (int row = 0; row < 250; ++row) {
-    const QModelIndex index = panel.model.index(row, 0, flat);
-    ASSERT_EQ(panel.model.indexOf(panel.model.node(index)), index);
-  }
-  EXPECT_EQ(panel.model.index(3, 0, flat).data().toString(), name);
-}
 
 // Each refused edit returns false (or an invalid index), says why once, and changes no row,
 // no file and no undo step.
