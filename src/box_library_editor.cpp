@@ -55,8 +55,10 @@ public:
   bool checkFolder(const BoxLibraryNode* folder);
   bool checkIndex(int& index, int count, const BoxLibraryNode* folder);
   // The name a node takes in folder (self excluded); "" with the refusal set when unusable.
+  // A name a node already has (a copy's, a moved node's) was taken on reading: only a
+  // form numbered anew is checked.
   std::string takeName(const BoxLibraryNode* folder, const QString& wanted, bool exact,
-                       const BoxLibraryNode* self);
+                       const BoxLibraryNode* self, bool existing = false);
   bool writeListing(const BoxLibraryNode* folder, bool expanded,
                     const std::vector<std::string>& names);
   // Attaches a node whose files are written, and announces it.
@@ -111,11 +113,14 @@ bool BoxLibraryEditor::Private::checkIndex(int& index, int count, const BoxLibra
 }
 
 std::string BoxLibraryEditor::Private::takeName(const BoxLibraryNode* folder, const QString& wanted,
-                                                bool exact, const BoxLibraryNode* self) {
+                                                bool exact, const BoxLibraryNode* self,
+                                                bool existing) {
   const std::string given = text::toUtf8(wanted);
   const std::string taken = folder->freeName(given, exact, self);
   // The name given, then the form it takes among the siblings (a number may lengthen it).
   for (const std::string* name : {&given, &taken}) {
+    if (existing && *name == given)
+      continue;
     const std::string why = BoxLibraryNode::nameRefusal(*name);
     if (!why.empty()) {
       refuse(QStringLiteral("\"%1\" cannot name a node: %2").arg(wanted, text::fromUtf8(why)));
@@ -328,7 +333,7 @@ BoxLibraryNode* BoxLibraryEditor::copy(const BoxLibraryNode* source, BoxLibraryN
                          .arg(quoted(source))),
            nullptr;
   const std::string taken =
-      d->takeName(folder, text::fromUtf8(source->name()), naming == ExactName, nullptr);
+      d->takeName(folder, text::fromUtf8(source->name()), naming == ExactName, nullptr, true);
   if (taken.empty())
     return nullptr;
   BoxLibraryNode* node = d->newNode(folder, taken);
@@ -400,9 +405,9 @@ bool BoxLibraryEditor::move(BoxLibraryNode* node, BoxLibraryNode* folder, int in
   d->error.clear();
   if (folder == from && index == oldIndex)
     return true;
-  const std::string taken = folder == from
-                                ? node->m_name
-                                : d->takeName(folder, text::fromUtf8(node->m_name), true, nullptr);
+  const std::string taken =
+      folder == from ? node->m_name
+                     : d->takeName(folder, text::fromUtf8(node->m_name), true, nullptr, true);
   if (taken.empty())
     return false;
   const std::string fileName = BoxLibraryNode::escapeFileName(taken);

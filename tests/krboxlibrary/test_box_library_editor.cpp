@@ -200,4 +200,16 @@ TEST_F(Editor, RefusalsSayWhyAndChangeNothing) {
   EXPECT_EQ(testutil::diskTree(lib).join('\n').toStdString(), files.toStdString());
 }
 
+// A name read from disk that the editor would not give (blank) still moves and copies.
+TEST_F(Editor, NodesReadUnderUnusableNamesMoveAndCopy) {
+  const QString path = makeLibrary("odd");
+  testutil::writeFixture(path, {{"A/%20/lbfinfo", "<Folder/>"}});
+  KR::BoxLibrary library(path);
+  BoxLibraryEditor editor(&library);
+  ASSERT_TRUE(editor.move(at(library, "A/ "), at(library, "B"), 0))
+      << editor.errorString().toStdString();
+  EXPECT_TRUE(editor.copy(at(library, "B/ "), at(library, "A"), 0))
+      << editor.errorString().toStdString();
+}
+
 }  // namespace
