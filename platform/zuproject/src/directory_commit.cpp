@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <set>
 #include <unordered_map>
+#include <utility>
 
 namespace zu {
 namespace project {
@@ -125,6 +126,9 @@ public:
 private:
   bool make(std::size_t i);
   bool putBack(std::size_t i);
+  // The directory (-1 when it is missing) and the name a step changes; the directory is
+  // noted for the flush at the end.
+  std::pair<int, std::string> targetOf(const Op& op);
   bool note(const std::string& line, bool flush);
   // What a removal moved aside, or what a placed entry replaced.
   static std::string aside(char prefix, std::size_t i) { return prefix + std::to_string(i); }
@@ -163,11 +167,15 @@ bool Steps::note(const std::string& line, bool flush) {
          (!flush || io::sync(m_log, true) == 0);
 }
 
+std::pair<int, std::string> Steps::targetOf(const Op& op) {
+  auto [parent, name] = splitLast(op.target());
+  m_changedDirs.insert(parent);
+  return {m_files.dir(parent), std::move(name)};
+}
+
 bool Steps::make(std::size_t i) {
   const Op& op = m_ops[i];
-  const auto [parent, name] = splitLast(op.target());
-  m_changedDirs.insert(parent);
-  const int dir = m_files.dir(parent);
+  const auto [dir, name] = targetOf(op);
   bool ok = true;
   switch (op.type) {
     case 'R':
@@ -205,9 +213,7 @@ bool Steps::make(std::size_t i) {
 
 bool Steps::putBack(std::size_t i) {
   const Op& op = m_ops[i];
-  const auto [parent, name] = splitLast(op.target());
-  m_changedDirs.insert(parent);
-  const int dir = m_files.dir(parent);
+  const auto [dir, name] = targetOf(op);
   bool ok = true;
   switch (op.type) {
     case 'R':
