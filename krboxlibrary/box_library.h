@@ -2,6 +2,7 @@
 #define KRBOXLIBRARY_BOX_LIBRARY_H
 
 #include <krboxlibrary/box_library_node.h>
+#include <krboxlibrary/box_library_problem.h>
 #include <krboxlibrary/krboxlibrary_export.h>
 #include <zu/project/archive_format.h>
 #include <zu/project/project_model.h>
@@ -59,6 +60,12 @@ public:
   /// read shows what it could read, and refuses to be saved.
   QString loadError() const { return m_loadError; }
 
+  /// What reading the tree found in the files that it reconciled or skipped, in the order
+  /// read: a listing that is no listing, a listed name without its directory, a box file that
+  /// reads as a folder, file names that collide or that Windows cannot hold. Empty when the
+  /// files read as they are stored. Set when the tree is read; edits do not change it.
+  QList<BoxLibraryProblem> problems() const { return m_problems; }
+
   /// Whether the library was opened read-only and has not been saved elsewhere since.
   bool isReadOnly() const { return m_readOnly; }
   /// Whether the library holds a box that is a complete behavior.
@@ -96,6 +103,8 @@ signals:
   void dataChanged(KR::BoxLibraryNode* node);
 
 private:
+  friend class BoxLibraryNode;
+
   void relayRoot();
   void replaceLostModel();
   void failOpening(const QString& path, const QString& reason, const char* kind);
@@ -107,6 +116,7 @@ private:
   bool m_behaviorCompatible;
   QPointer<BoxLibraryNode> m_root;
   QString m_loadError;
+  QList<BoxLibraryProblem> m_problems;
 };
 
 /// The project model's archive format for format; ArchiveFormat_Auto for any other value.

@@ -1,6 +1,7 @@
 #ifndef KRBOXLIBRARY_BOX_LIBRARY_NODE_H
 #define KRBOXLIBRARY_BOX_LIBRARY_NODE_H
 
+#include <krboxlibrary/box_library_problem.h>
 #include <krboxlibrary/krboxlibrary_export.h>
 
 #include <QByteArray>
@@ -242,6 +243,15 @@ private:
   BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);
   void relay(BoxLibraryNode* child);
   void initFolderFromProject(const QString& prefix);
+  // loadBox() that also gives the box file meant (once known) and why it did not read ("" when
+  // it did, or when there is none).
+  boost::shared_ptr<XmlElement> readBoxFile(QString& file, QString& problem) const;
+  // Hands a problem the tree read found to the library, when there is one; the node concerned
+  // is this one, or its child of that display name.
+  void reportProblem(BoxLibraryProblem::Kind kind, const QString& file, const QString& problem,
+                     const QString& child = QString()) const;
+  // Reports children whose file names collide, or that Windows cannot hold.
+  void checkChildNames() const;
 
   zu::project::ProjectModel* m_ownProject = nullptr;
   BoxLibrary* m_library = nullptr;

@@ -41,31 +41,56 @@ int boxFileVersion(const XmlElement& root) {
   return version;
 }
 
-// Only current box files, in box or project form, are read; older ones are not migrated.
-bool isCurrentBoxFile(const XmlElement& root) {
-  if (root.name() == BoxConstants::a_boxBxdBeacon)
-    return boxFileVersion(root) == BoxConstants::a_currentBxdVersion;
-  return root.name() == BoxConstants::a_projectTag &&
-         root.attribute(kSchemaAttribute, std::string()) == BoxConstants::a_projectXsd &&
-         boxFileVersion(root) == BoxConstants::a_currentBxdVersion;
+// Why root is not a current box file, in box or project form; "" when it is. Older ones are
+// not migrated.
+QString boxFileRefusal(const XmlElement& root) {
+  const bool project = root.name() == BoxConstants::a_projectTag;
+  if (root.name() != BoxConstants::a_boxBxdBeacon && !project)
+    return QStringLiteral("its root element is \"%1\"").arg(text::fromUtf8(root.name()));
+  if (project && root.attribute(kSchemaAttribute, std::string()) != BoxConstants::a_projectXsd)
+    return QStringLiteral("its project schema is not \"%1\"")
+        .arg(QLatin1String(BoxConstants::a_projectXsd));
+  const int version = boxFileVersion(root);
+  if (version != BoxConstants::a_currentBxdVersion)
+    return QStringLiteral("it is version %1; this library reads version %2")
+        .arg(version)
+        .arg(BoxConstants::a_currentBxdVersion);
+  return QString();
 }
 
 }  // namespace
 
 XmlElement::Ptr BoxLibraryNode::loadBox() const {
+  QString file;
+  QString problem;
+  return readBoxFile(file, problem);
+}
+
+XmlElement::Ptr BoxLibraryNode::readBoxFile(QString& file, QString& problem) const {
   zu::project::ProjectModel* model = project();
   if (!model)
     return XmlElement::Ptr();
-  FILE* file = model->fopen(boxFileName(*model, directoryPrefix()), "rb");
-  if (!file)
+  const QString dir = directoryPrefix();
+  file = boxFileName(*model, dir);
+  FILE* stream = model->fopen(file, "rb");
+  if (!stream)
     return XmlElement::Ptr();
-  const XmlDocument::Ptr document = XmlDocument::loadFromXmlFile(file, nullptr, nullptr);
-  std::fclose(file);
-  if (!document || !document->root() || !isCurrentBoxFile(*document->root()))
+  std::string parseError;
+  const XmlDocument::Ptr document = XmlDocument::loadFromXmlFile(stream, &parseError, nullptr);
+  std::fclose(stream);
+  if (!document || !document->root())
+    problem = QStringLiteral("it is not XML: ") + text::fromUtf8(parseError);
+  else
+    problem = boxFileRefusal(*document->root());
+  if (!problem.isEmpty())
     return XmlElement::Ptr();
   // The document dies here, so its box element is the caller's own without a copy: free to
   // change without touching the file.
-  return document->root()->firstChild(BoxConstants::a_boxBeacon);
+  XmlElement::Ptr box = document->root()->firstChild(BoxConstants::a_boxBeacon);
+  if (!box)
+    problem =
+        QStringLiteral("it has no \"%1\" element").arg(QLatin1String(BoxConstants::a_boxBeacon));
+  return box;
 }
 
 QByteArray BoxLibraryNode::loadBoxData() const {
@@ -95,7 +120,6 @@ void BoxLibraryNode::initBoxFromProject(const XmlElement::Ptr& box) {
     if (BoxLibrary* owner = library())
       owner->setBehaviorCompatible(true);
   }
-  m_name = unEscapeFileName(m_fileName);
 }
 
 void BoxLibraryNode::onBoxDataChanged() {
@@ -179,7 +203,6 @@ std::string BoxLibraryNode::writeBox(const boost::shared_ptr<XmlElement>& elemen
 
 void BoxLibraryNode::writeBehaviorMetadata(zu::project::ProjectModel& model, const QString& dir,
                                            const XmlElement& element) const {
-
   const std::map<std::string, std::string> metadata = {
       {kTypeKey, BoxConstants::a_behaviorProjectType},
       {kVersionKey, BoxConstants::a_behaviorProjectVersion}};

@@ -35,6 +35,8 @@ bool refuseName(const std::string& name, const char* function) {
 BoxLibraryNode::BoxLibraryNode() = default;
 
 BoxLibraryNode::BoxLibraryNode(BoxLibrary* library) : QObject(library), m_library(library) {
+  if (library)
+    library->m_problems.clear();
   initFromProject();
 }
 

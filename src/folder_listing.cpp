@@ -1,6 +1,8 @@
 #include <krboxlibrary/box_library_node.h>
 
-#include <krserial/xml_document.h>
+#include <krboxlibrary/box_library.h>
+#include <krboxlibrary/folder_listing.h>
+#include <krserial/xml_element.h>
 #include <zu/project/project_model.h>
 
 #include "refusal.h"
@@ -8,9 +10,7 @@
 #include "tree_read_progress.h"
 #include "vocabulary.h"
 
-#include <boost/make_shared.hpp>
-
-#include <cstdio>
+#include <exception>
 #include <unordered_map>
 #include <vector>
 
@@ -19,22 +19,17 @@ namespace KR {
 namespace {
 
 using vocabulary::kListingFile;
-using vocabulary::kNameAttribute;
 
-const char kFolderElement[] = "Folder";
-const char kNodeElement[] = "Node";
-const char kExpandedAttribute[] = "expanded";
+// The listing at path into listing; false when it is missing or no listing, which both read
+// as no listing at all.
+bool readListing(zu::project::ProjectModel& model, const QString& path, FolderListing& listing) {
+  const QByteArray text = model.readFile(path);
+  return !text.isNull() && listing.read(text);
+}
 
-// A missing, unreadable or foreign listing all read as no listing.
-XmlElement::Ptr readListing(zu::project::ProjectModel* model, const QString& path) {
-  FILE* file = model->fopen(path, "rb");
-  if (!file)
-    return XmlElement::Ptr();
-  const XmlDocument::Ptr document = XmlDocument::loadFromXmlFile(file, nullptr, nullptr);
-  std::fclose(file);
-  if (!document || !document->root() || document->root()->name() != kFolderElement)
-    return XmlElement::Ptr();
-  return document->root();
+BoxLibraryProblem::Kind listingProblem(FolderListing::Error error) {
+  return error == FolderListing::ConflictMarkers ? BoxLibraryProblem::ConflictedListing
+                                                 : BoxLibraryProblem::UnreadableListing;
 }
 
 }  // namespace
@@ -49,24 +44,20 @@ std::vector<std::string> BoxLibraryNode::childNames() const {
 
 std::string BoxLibraryNode::writeListing(zu::project::ProjectModel& model, const QString& directory,
                                          bool expanded, const std::vector<std::string>& names) {
-  auto folder = boost::make_shared<XmlElement>(kFolderElement);
-  folder->setAttribute(kExpandedAttribute, expanded ? "yes" : "no", true);
-  for (const std::string& name : names) {
-    auto node = boost::make_shared<XmlElement>(kNodeElement);
-    node->setAttribute(kNameAttribute, name, true);
-    folder->addChild(node);
-  }
-  const XmlDocument document(folder);
-  std::string bytes;
-  std::string error;
+  QStringList listed;
+  listed.reserve(static_cast<int>(names.size()));
+  for (const std::string& name : names)
+    listed.append(text::fromUtf8(name));
+  QString error;
+  const QByteArray bytes = FolderListing(listed, expanded).toXml(&error);
+  if (bytes.isEmpty())
+    return text::toUtf8(error);
   try {
-    if (document.saveToXmlString(bytes, &error))
-      model.writeFile(directory + kListingFile,
-                      QByteArray(bytes.data(), static_cast<int>(bytes.size())));
+    model.writeFile(directory + kListingFile, bytes);
   } catch (const std::exception& e) {
-    error = *e.what() ? e.what() : "unknown failure";
+    return *e.what() ? e.what() : "unknown failure";
   }
-  return error;
+  return std::string();
 }
 
 void BoxLibraryNode::saveFolder() {
@@ -107,19 +98,33 @@ BoxLibraryNode* BoxLibraryNode::appendChildFromProject(const std::string& fileNa
 void BoxLibraryNode::initFromProject() {
   if (!project())
     return;
+  m_name = unEscapeFileName(m_fileName);
   // A directory is a box exactly when it holds an acceptable box file; anything else,
   // including a box file of an old version, reads as a folder.
-  if (const XmlElement::Ptr box = loadBox())
+  QString boxFile;
+  QString unread;
+  if (const XmlElement::Ptr box = readBoxFile(boxFile, unread)) {
     initBoxFromProject(box);
-  else
-    initFolderFromProject(directoryPrefix());
+    const QString ignored = directoryPrefix() + QLatin1String(vocabulary::kBoxFile);
+    if (boxFile != ignored && project()->hasFile(ignored))
+      reportProblem(BoxLibraryProblem::IgnoredBoxFile, ignored,
+                    QStringLiteral("a behavior.bxd is beside it, and only that one is read"));
+    return;
+  }
+  if (!unread.isEmpty())
+    reportProblem(BoxLibraryProblem::UnreadableBoxFile, boxFile,
+                  QStringLiteral("the box file does not read (%1), so its directory reads as a "
+                                 "folder")
+                      .arg(unread));
+  initFolderFromProject(directoryPrefix());
 }
 
 void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
   zu::project::ProjectModel* model = project();
-  const XmlElement::Ptr listing = readListing(model, prefix + kListingFile);
-  m_name = unEscapeFileName(m_fileName);
-  m_expanded = listing && listing->attribute(kExpandedAttribute, "no") != "no";
+  const QString listingFile = prefix + kListingFile;
+  FolderListing listing;
+  const bool listed = readListing(*model, listingFile, listing);
+  m_expanded = listed && listing.isExpanded();
 
   // Only the folder's own subdirectories, byte-wise sorted: files (the listing, stray files)
   // never become children, and deeper directories are their folders' business.
@@ -149,27 +154,51 @@ void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
     return present.size();
   };
 
+  if (!listed && model->hasFile(listingFile))
+    reportProblem(listingProblem(listing.error()), listingFile,
+                  QStringLiteral("the listing is not read: %1; the folder reads collapsed, its "
+                                 "children in name order")
+                      .arg(listing.errorString()));
+  else if (!listed && present.size() > 1)
+    reportProblem(BoxLibraryProblem::MissingListing, listingFile,
+                  QStringLiteral("the folder has no listing; it reads collapsed, its children in "
+                                 "name order"));
+
   // Listed order first; names without a directory, and second mentions, are dropped.
   TreeReadProgress progress(present.size());
   std::vector<bool> taken(present.size(), false);
-  if (listing) {
-    for (const XmlElement::Ptr& listed : listing->children(kNodeElement)) {
-      if (!listed->hasAttribute(kNameAttribute))
-        continue;
-      const size_t found = findPresent(escapeFileName(listed->attribute(kNameAttribute, "")));
-      if (found == present.size() || taken[found])
-        continue;
-      taken[found] = true;
-      appendChildFromProject(present[found]);
-      progress.childRead();
+  for (const QString& name : listing.names()) {
+    const std::string fileName = escapeFileName(text::toUtf8(name));
+    const size_t found = findPresent(fileName);
+    if (found == present.size() || taken[found]) {
+      reportProblem(found == present.size() ? BoxLibraryProblem::MissingDirectory
+                                            : BoxLibraryProblem::ListedTwice,
+                    listingFile,
+                    found == present.size()
+                        ? QStringLiteral("it is listed, but its directory \"%1\" is not there; "
+                                         "it is left out")
+                              .arg(prefix + text::fromUtf8(fileName))
+                        : QStringLiteral("it is listed more than once; the later mentions are "
+                                         "ignored"),
+                    name);
+      continue;
     }
+    taken[found] = true;
+    appendChildFromProject(present[found]);
+    progress.childRead();
   }
   for (size_t i = 0; i < present.size(); ++i) {
-    if (!taken[i]) {
-      appendChildFromProject(present[i]);
-      progress.childRead();
-    }
+    if (taken[i])
+      continue;
+    const BoxLibraryNode* child = appendChildFromProject(present[i]);
+    progress.childRead();
+    if (listed)
+      reportProblem(BoxLibraryProblem::UnlistedDirectory, child->path(),
+                    QStringLiteral("the folder's listing does not name it; it reads after the "
+                                   "listed children"),
+                    text::fromUtf8(child->m_name));
   }
+  checkChildNames();
   saveFolder();
 }
 
