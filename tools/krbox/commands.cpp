@@ -85,6 +85,21 @@ const std::vector<Command>& commands() {
        "LIBRARY  a library: a directory or an archive, read only\n"
        "DEST     an existing directory; each behavior goes to its path below it\n",
        "krbox export /tmp/robot.lbf /tmp/behaviors", 2, 2, runExport},
+      {"check", "LIBRARY",
+       "print what the library holds that reads otherwise than it is stored, one problem a "
+       "line; exit 1 when there is any",
+       "LIBRARY  a library: a directory or an archive, read only\n",
+       "krbox check \"examples/Robot Basics\"", 1, 1, runCheck},
+      {"merge-listing", "BASE OURS THEIRS",
+       "merge two versions of a folder listing (lbfinfo) into OURS: git's merge driver",
+       "BASE    the listing both sides started from; an empty file for none\n"
+       "OURS    our version, replaced by the merged listing\n"
+       "THEIRS  their version\n",
+       "krbox merge-listing lbfinfo.base lbfinfo lbfinfo.theirs", 3, 3, runMergeListing},
+      {"git-setup", "LIBRARY",
+       "let git merge the library's folder listings with merge-listing, in this clone",
+       "LIBRARY  a library directory inside a git repository\n",
+       "krbox git-setup \"examples/Robot Basics\"", 1, 1, runGitSetup},
   };
   return table;
 }

@@ -90,6 +90,9 @@ int runSetTooltip(const Arguments& arguments, Output& out);
 int runNew(const Arguments& arguments, Output& out);
 int runPack(const Arguments& arguments, Output& out);
 int runExport(const Arguments& arguments, Output& out);
+int runCheck(const Arguments& arguments, Output& out);
+int runMergeListing(const Arguments& arguments, Output& out);
+int runGitSetup(const Arguments& arguments, Output& out);
 
 }  // namespace krbox
 

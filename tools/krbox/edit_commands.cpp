@@ -36,7 +36,9 @@ public:
   explicit Edit(const std::string& path)
       : m_lock(lockLibrary(path)),
         m_library(openLibrary(path, /*readOnly=*/false)),
-        m_editor(m_library.get()) {}
+        m_editor(m_library.get()) {
+    refuseConflicts(path);
+  }
 
   KR::BoxLibrary& library() const { return *m_library; }
   KR::BoxLibraryEditor& editor() { return m_editor; }
@@ -57,6 +59,18 @@ public:
   }
 
 private:
+  // A listing a merge left conflicted reads as no listing, and saving would write the order
+  // that guess gave in its place: the user's order and expanded state would be lost.
+  void refuseConflicts(const std::string& path) const {
+    for (const KR::BoxLibraryProblem& problem : m_library->problems()) {
+      if (problem.kind == KR::BoxLibraryProblem::ConflictedListing)
+        throw std::runtime_error("\"" + problem.file.toUtf8().toStdString() +
+                                 "\" holds conflict markers left by a merge; resolve it first "
+                                 "(see krbox check \"" +
+                                 path + "\")");
+    }
+  }
+
   // Held from reading the library to the end of its save, so that no other writer's edit
   // falls between them. A path with nothing there is left for openLibrary() to refuse.
   static std::unique_ptr<zu::project::SourceLock> lockLibrary(const std::string& path) {
