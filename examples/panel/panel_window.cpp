@@ -120,13 +120,23 @@ PanelWindow::PanelWindow(const QString& libraryPath)
   connect(m_view->selectionModel(), &QItemSelectionModel::currentChanged, this,
           [this] { showDetails(); });
   connect(&m_model, &QAbstractItemModel::dataChanged, this, [this] { showDetails(); });
-  connect(m_apply, &QPushButton::clicked, this, [this] {
-    m_model.setData(currentSource(), m_tooltip->toPlainText(), Qt::ToolTipRole);
-  });
+  connect(m_apply, &QPushButton::clicked, this,
+          [this] { m_model.setData(currentSource(), m_tooltip->toPlainText(), Qt::ToolTipRole); });
 
   expandAsStored(QModelIndex());
   showDetails();
-  statusBar()->showMessage(QStringLiteral("%1 entries at the top").arg(m_model.rowCount()));
+  QString status = QStringLiteral("%1 entries at the top").arg(m_model.rowCount());
+  // What the files hold that the tree shows otherwise, so that no reconciling goes unseen.
+  const QList<KR::BoxLibraryProblem> problems = m_library.problems();
+  if (!problems.isEmpty()) {
+    QStringList lines;
+    for (const KR::BoxLibraryProblem& problem : problems)
+      lines.append(problem.file + QLatin1String(": ") + problem.problem);
+    status +=
+        QStringLiteral("; %1 things in the files read otherwise than stored").arg(lines.size());
+    statusBar()->setToolTip(lines.join(QLatin1Char('\n')));
+  }
+  statusBar()->showMessage(status);
 }
 
 bool PanelWindow::select(const QStringList& path) {
