@@ -243,6 +243,8 @@ private:
   BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);
   void relay(BoxLibraryNode* child);
   void initFolderFromProject(const QString& prefix);
+  // escapeFileName() of a name already in UTF-16, as listings hold them.
+  static QString escapedName(const QString& name);
   // loadBox() that also gives the box file meant (once known) and why it did not read ("" when
   // it did, or when there is none).
   boost::shared_ptr<XmlElement> readBoxFile(QString& file, QString& problem) const;

@@ -5,6 +5,7 @@
 #include <krserial/xml_element.h>
 #include <zu/project/project_model.h>
 
+#include "listing_xml.h"
 #include "refusal.h"
 #include "text.h"
 #include "tree_read_progress.h"
@@ -44,14 +45,10 @@ std::vector<std::string> BoxLibraryNode::childNames() const {
 
 std::string BoxLibraryNode::writeListing(zu::project::ProjectModel& model, const QString& directory,
                                          bool expanded, const std::vector<std::string>& names) {
-  QStringList listed;
-  listed.reserve(static_cast<int>(names.size()));
-  for (const std::string& name : names)
-    listed.append(text::fromUtf8(name));
-  QString error;
-  const QByteArray bytes = FolderListing(listed, expanded).toXml(&error);
+  std::string error;
+  const QByteArray bytes = listingXml(expanded, names, error);
   if (bytes.isEmpty())
-    return text::toUtf8(error);
+    return error;
   try {
     model.writeFile(directory + kListingFile, bytes);
   } catch (const std::exception& e) {
@@ -105,10 +102,14 @@ void BoxLibraryNode::initFromProject() {
   QString unread;
   if (const XmlElement::Ptr box = readBoxFile(boxFile, unread)) {
     initBoxFromProject(box);
-    const QString ignored = directoryPrefix() + QLatin1String(vocabulary::kBoxFile);
-    if (boxFile != ignored && project()->hasFile(ignored))
-      reportProblem(BoxLibraryProblem::IgnoredBoxFile, ignored,
-                    QStringLiteral("a behavior.bxd is beside it, and only that one is read"));
+    const QLatin1String behaviorFile(vocabulary::kBehaviorFile);
+    if (boxFile.endsWith(behaviorFile)) {
+      const QString ignored =
+          boxFile.left(boxFile.size() - behaviorFile.size()) + QLatin1String(vocabulary::kBoxFile);
+      if (project()->hasFile(ignored))
+        reportProblem(BoxLibraryProblem::IgnoredBoxFile, ignored,
+                      QStringLiteral("a behavior.bxd is beside it, and only that one is read"));
+    }
     return;
   }
   if (!unread.isEmpty())
@@ -168,7 +169,7 @@ void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
   TreeReadProgress progress(present.size());
   std::vector<bool> taken(present.size(), false);
   for (const QString& name : listing.names()) {
-    const std::string fileName = escapeFileName(text::toUtf8(name));
+    const std::string fileName = text::toUtf8(escapedName(name));
     const size_t found = findPresent(fileName);
     if (found == present.size() || taken[found]) {
       reportProblem(found == present.size() ? BoxLibraryProblem::MissingDirectory

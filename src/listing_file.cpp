@@ -3,6 +3,7 @@
 #include <krserial/xml_document.h>
 #include <krserial/xml_element.h>
 
+#include "listing_xml.h"
 #include "text.h"
 #include "vocabulary.h"
 
@@ -10,6 +11,7 @@
 
 #include <exception>
 #include <string>
+#include <vector>
 
 namespace KR {
 
@@ -55,25 +57,34 @@ bool FolderListing::read(const QByteArray& text) {
   return true;
 }
 
-QByteArray FolderListing::toXml(QString* error) const {
+QByteArray listingXml(bool expanded, const std::vector<std::string>& names, std::string& error) {
   auto folder = boost::make_shared<XmlElement>(kFolderElement);
-  folder->setAttribute(kExpandedAttribute, m_expanded ? "yes" : "no", true);
-  for (const QString& name : m_names) {
+  folder->setAttribute(kExpandedAttribute, expanded ? "yes" : "no", true);
+  for (const std::string& name : names) {
     auto node = boost::make_shared<XmlElement>(kNodeElement);
-    node->setAttribute(vocabulary::kNameAttribute, text::toUtf8(name), true);
+    node->setAttribute(vocabulary::kNameAttribute, name, true);
     folder->addChild(node);
   }
   std::string bytes;
-  std::string failure;
   try {
-    if (XmlDocument(folder).saveToXmlString(bytes, &failure))
+    if (XmlDocument(folder).saveToXmlString(bytes, &error))
       return QByteArray(bytes.data(), static_cast<int>(bytes.size()));
   } catch (const std::exception& e) {
-    failure = *e.what() ? e.what() : "unknown failure";
+    error = *e.what() ? e.what() : "unknown failure";
   }
-  if (error)
-    *error = text::fromUtf8(failure);
   return QByteArray();
+}
+
+QByteArray FolderListing::toXml(QString* error) const {
+  std::vector<std::string> names;
+  names.reserve(static_cast<size_t>(m_names.size()));
+  for (const QString& name : m_names)
+    names.push_back(text::toUtf8(name));
+  std::string failure;
+  const QByteArray xml = listingXml(m_expanded, names, failure);
+  if (xml.isEmpty() && error)
+    *error = text::fromUtf8(failure);
+  return xml;
 }
 
 bool FolderListing::hasConflictMarkers(const QByteArray& text) {

@@ -52,7 +52,10 @@ int hexValue(QChar c) {
 }  // namespace
 
 std::string BoxLibraryNode::escapeFileName(const std::string& name) {
-  const QString in = text::fromUtf8(name);
+  return text::toUtf8(escapedName(text::fromUtf8(name)));
+}
+
+QString BoxLibraryNode::escapedName(const QString& in) {
   QString out;
   out.reserve(in.size() + 8);
   // Escapes are appended, never rescanned, so the "%" of an escape stays as it is.
@@ -72,7 +75,7 @@ std::string BoxLibraryNode::escapeFileName(const std::string& name) {
     out.chop(1);
     out += escapeOf(' ');
   }
-  return text::toUtf8(out);
+  return out;
 }
 
 std::string BoxLibraryNode::unEscapeFileName(const std::string& fileName) {

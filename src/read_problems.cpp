@@ -9,6 +9,7 @@
 #include <cctype>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 namespace KR {
@@ -26,11 +27,15 @@ QString windowsRefusal(const std::string& fileName) {
   if (!fileName.empty() && (fileName.back() == '.' || fileName.back() == ' '))
     return QStringLiteral("it ends in a full stop or a blank");
   // Device names stay devices whatever extension follows them.
-  std::string base = fileName.substr(0, fileName.find('.'));
-  base.erase(base.find_last_not_of(' ') + 1);
+  size_t end = std::min(fileName.find('.'), fileName.size());
+  while (end > 0 && fileName[end - 1] == ' ')
+    --end;
+  if (end != 3 && end != 4)
+    return QString();
+  std::string base = fileName.substr(0, end);
   std::transform(base.begin(), base.end(), base.begin(),
                  [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  const bool numbered = base.size() == 4 &&
+  const bool numbered = end == 4 &&
                         (base.compare(0, 3, "COM") == 0 || base.compare(0, 3, "LPT") == 0) &&
                         base[3] >= '1' && base[3] <= '9';
   if (numbered || base == "CON" || base == "PRN" || base == "AUX" || base == "NUL")
@@ -66,27 +71,31 @@ void BoxLibraryNode::reportProblem(BoxLibraryProblem::Kind kind, const QString& 
 void BoxLibraryNode::checkChildNames() const {
   if (!library())
     return;
-  std::unordered_map<std::string, const BoxLibraryNode*> byName;
+  // Keyed by views into the children's own names: nothing is copied for names that are fine.
+  std::unordered_map<std::string_view, const BoxLibraryNode*> byName;
   std::unordered_map<std::string, const BoxLibraryNode*> byFolded;
+  byName.reserve(static_cast<size_t>(m_children.size()));
+  byFolded.reserve(static_cast<size_t>(m_children.size()));
   for (const BoxLibraryNode* child : m_children) {
-    const QString name = text::fromUtf8(child->m_name);
     const auto sameName = byName.emplace(child->m_name, child);
     const auto sameFolded = byFolded.emplace(folded(child->m_fileName), child);
+    const auto report = [this, child](BoxLibraryProblem::Kind kind, const QString& problem) {
+      reportProblem(kind, child->path(), problem, text::fromUtf8(child->m_name));
+    };
     if (!sameName.second)
-      reportProblem(BoxLibraryProblem::SameName, child->path(),
-                    QStringLiteral("its name unescapes to \"%1\", as does \"%2\" beside it")
-                        .arg(name, text::fromUtf8(sameName.first->second->m_fileName)),
-                    name);
+      report(BoxLibraryProblem::SameName,
+             QStringLiteral("its name unescapes to \"%1\", as does \"%2\" beside it")
+                 .arg(text::fromUtf8(child->m_name),
+                      text::fromUtf8(sameName.first->second->m_fileName)));
     else if (!sameFolded.second)
-      reportProblem(BoxLibraryProblem::NonPortableName, child->path(),
-                    QStringLiteral("only letter case tells it from \"%1\" beside it, which "
-                                   "Windows and macOS do not")
-                        .arg(text::fromUtf8(sameFolded.first->second->m_fileName)),
-                    name);
+      report(BoxLibraryProblem::NonPortableName,
+             QStringLiteral("only letter case tells it from \"%1\" beside it, which Windows "
+                            "and macOS do not")
+                 .arg(text::fromUtf8(sameFolded.first->second->m_fileName)));
     const QString refusal = windowsRefusal(child->m_fileName);
     if (!refusal.isEmpty())
-      reportProblem(BoxLibraryProblem::NonPortableName, child->path(),
-                    QStringLiteral("Windows cannot hold this file name: %1").arg(refusal), name);
+      report(BoxLibraryProblem::NonPortableName,
+             QStringLiteral("Windows cannot hold this file name: %1").arg(refusal));
   }
 }
 
