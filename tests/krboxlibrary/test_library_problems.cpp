@@ -57,6 +57,7 @@ TEST(LibraryProblems, NameEverythingTheReadReconciledInDirectoriesAndZips) {
   }
   // What the library writes itself reads as it is stored.
   KR::BoxLibrary library(dir);
+  const std::unique_ptr<KR::BoxLibraryNode> conflicted(library.boxRoot()->child(0));
   library.boxRoot()->removeChild(0);
   library.saveTo(temp.filePath("saved"), KR::BoxLibrary::DirectoryFormat);
   library = KR::BoxLibrary(temp.filePath("saved"));
