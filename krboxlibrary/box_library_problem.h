@@ -19,8 +19,8 @@ struct BoxLibraryProblem {
     UnreadableBoxFile,  ///< a box file that does not read: its directory reads as a folder
     IgnoredBoxFile,     ///< a "box.bxd" beside a "behavior.bxd": only the latter is read
     SameName,           ///< a directory whose name unescapes to a sibling's display name
-    NonPortableName     ///< a file name that Windows cannot hold, or that only a letter's case
-                        ///< tells apart from a sibling's
+    NonPortableName     ///< a file name that Windows cannot hold, or that a system ignoring
+                        ///< letter case or Unicode normal form takes for a sibling's
   };
 
   /// What kind of problem it is.

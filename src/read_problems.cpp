@@ -21,7 +21,7 @@ QString windowsRefusal(const std::string& fileName) {
   for (const char c : fileName) {
     if (static_cast<unsigned char>(c) < 0x20)
       return QStringLiteral("it holds a control character");
-    if (c != '\0' && std::strchr("<>:\"\\|?*", c))
+    if (std::strchr("<>:\"\\|?*", c))
       return QStringLiteral("it holds \"%1\"").arg(QLatin1Char(c));
   }
   if (!fileName.empty() && (fileName.back() == '.' || fileName.back() == ' '))
@@ -43,10 +43,10 @@ QString windowsRefusal(const std::string& fileName) {
   return QString();
 }
 
-// The file name as a system that ignores letter case compares it.
+// The file name as a system that ignores letter case, or Unicode normal form, compares it.
 std::string folded(const std::string& fileName) {
   if (!text::isAscii(fileName))
-    return text::toUtf8(text::fromUtf8(fileName).toCaseFolded());
+    return text::toUtf8(text::fromUtf8(text::composed(fileName)).toCaseFolded());
   std::string lower = fileName;
   std::transform(lower.begin(), lower.end(), lower.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -89,8 +89,8 @@ void BoxLibraryNode::checkChildNames() const {
                       text::fromUtf8(sameName.first->second->m_fileName)));
     else if (!sameFolded.second)
       report(BoxLibraryProblem::NonPortableName,
-             QStringLiteral("only letter case tells it from \"%1\" beside it, which Windows "
-                            "and macOS do not")
+             QStringLiteral("a system that ignores letter case or Unicode normal form "
+                            "(Windows, macOS) takes it for \"%1\" beside it")
                  .arg(text::fromUtf8(sameFolded.first->second->m_fileName)));
     const QString refusal = windowsRefusal(child->m_fileName);
     if (!refusal.isEmpty())
