@@ -88,7 +88,10 @@ QByteArray FolderListing::toXml(QString* error) const {
 }
 
 bool FolderListing::hasConflictMarkers(const QByteArray& text) {
-  return text.startsWith("<<<<<<<") || text.contains("\n<<<<<<<");
+  // An editor on Windows may have put a byte order mark before the first line.
+  const char* const mark = "\xEF\xBB\xBF";
+  const QByteArray body = text.startsWith(mark) ? text.mid(3) : text;
+  return body.startsWith("<<<<<<<") || body.contains("\n<<<<<<<");
 }
 
 }  // namespace KR

@@ -45,7 +45,7 @@ TEST(FolderListing, MergesWhatEachSideDidToOneFolder) {
 
 TEST(FolderListing, ReadSaysWhyTextIsNoListing) {
   const std::pair<const char*, FolderListing::Error> cases[] = {
-      {"<<<<<<< HEAD\n<Folder/>\n=======\n<Folder expanded=\"yes\"/>\n>>>>>>> b\n",
+      {"\xEF\xBB\xBF<<<<<<< HEAD\r\n<Folder/>\r\n=======\r\n<Folder/>\r\n>>>>>>> b\r\n",
        FolderListing::ConflictMarkers},
       {"<Folder>\n<<<<<<< ours\n<Node name=\"A\"/>\n=======\n>>>>>>> theirs\n</Folder>",
        FolderListing::ConflictMarkers},
