@@ -253,6 +253,18 @@ void Changes::put(const std::string& path, Node node) {
   m_nodes[path] = std::move(node);
 }
 
+bool Changes::dropOver(const std::string& path) {
+  if (!m_source || path.empty())
+    return false;
+  const std::string parent = splitLast(path).first;
+  const Place above = resolve(parent);
+  if (above.kind != Kind::Dir || above.under != m_source || above.underPath != parent ||
+      !above.local.empty())
+    return false;
+  eraseBelow(path);
+  return true;
+}
+
 void Changes::eraseBelow(const std::string& path) {
   // Keys below path start with it, but not every key that does is below it: "a (2)" sorts
   // between "a" and "a/b", so the scan goes on past keys that are not within path.

@@ -65,6 +65,10 @@ public:
   void writeFile(const std::string& path, std::string bytes);
   void makeDir(const std::string& path, bool parents);
   void remove(const std::string& path);
+  /// Drops the changes at and below path when they lie over the own source at that same
+  /// path, so that reads show the source there again; false, changing nothing, when path
+  /// was made, moved or copied in by this view.
+  bool dropOver(const std::string& path);
   /// Copies a file or tree of other (which may be this) to path: files replaced,
   /// directories merged, an entry of the other kind replaced.
   void copy(const Changes& other, const std::string& from, const std::string& path);

@@ -144,6 +144,20 @@ void DirectorySource::settle(const std::vector<std::string>& touched) {
   }
 }
 
+void DirectorySource::retake(const std::string& path) {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  m_files->forget();
+  for (auto it = m_stamps.lower_bound(path); startsWith(it, path);)
+    it = isWithin(it->first, path) ? m_stamps.erase(it) : std::next(it);
+  for (auto it = m_listed.lower_bound(path);
+       it != m_listed.end() && it->compare(0, path.size(), path) == 0;)
+    it = isWithin(*it, path) ? m_listed.erase(it) : std::next(it);
+  const std::optional<struct stat> info = m_files->status(path);
+  note(path, info);
+  if (info && S_ISDIR(info->st_mode))
+    list(path);
+}
+
 bool DirectorySource::knows(const std::string& path) {
   std::lock_guard<std::recursive_mutex> lock(m_mutex);
   return m_stamps.count(path) || m_listed.count(splitLast(path).first);

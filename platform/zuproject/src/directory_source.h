@@ -40,6 +40,9 @@ public:
   /// another writer changed since this source first read them, or made meanwhile.
   std::vector<std::string> conflicts(const std::vector<std::string>& touched);
   void settle(const std::vector<std::string>& touched) override;
+  /// Takes what is on disk at path now (a file, or a directory and its direct files) as
+  /// what was read there, dropping what was noted at and below it.
+  void retake(const std::string& path);
   /// Whether this source knows what was at path: it read the file, or listed its directory.
   /// A file it never knew of is no sign of another writer when its directory goes whole.
   bool knows(const std::string& path);

@@ -224,6 +224,58 @@ QString ProjectModel::readFailure() const {
   return source ? QString::fromStdString(source->readFailure()) : QString();
 }
 
+QStringList ProjectModel::takeFromSource(const QStringList& paths) {
+  auto* directory = dynamic_cast<DirectorySource*>(d->changes->source().get());
+  QStringList left;
+  for (const QString& path : paths) {
+    const std::optional<std::string> normal = normalized(path);
+    if (!directory || !normal || !d->changes->dropOver(*normal)) {
+      left.append(path);
+      continue;
+    }
+    directory->retake(*normal);
+  }
+  return left;
+}
+
+void ProjectModel::acceptSourceChanges(const QStringList& paths) {
+  const std::shared_ptr<Source>& source = d->changes->source();
+  auto* directory = dynamic_cast<DirectorySource*>(source.get());
+  // An archive changes whole: what is there now is taken as read, and a save replaces it.
+  if (source && !directory) {
+    source->settle({});
+    return;
+  }
+  for (const QString& path : paths) {
+    const std::optional<std::string> normal = normalized(path);
+    if (directory && normal)
+      directory->retake(*normal);
+  }
+}
+
+QStringList ProjectModel::sourceDirectories(const QString& dir) const {
+  QStringList names;
+  const std::shared_ptr<Source>& source = d->changes->source();
+  const std::optional<std::string> normal = normalized(dir);
+  if (!source || !normal)
+    return names;
+  source->forget();
+  for (const Listed& entry : source->list(*normal)) {
+    if (entry.dir)
+      names.append(QString::fromUtf8(entry.name.data(), static_cast<int>(entry.name.size())));
+  }
+  return names;
+}
+
+QStringList ProjectModel::changedInSource() const {
+  QStringList paths;
+  if (const std::shared_ptr<Source>& source = d->changes->source()) {
+    for (const std::string& path : source->changedOnDisk())
+      paths.append(QString::fromUtf8(path.data(), static_cast<int>(path.size())));
+  }
+  return paths;
+}
+
 bool ProjectModel::sourceChanged() const {
   const std::shared_ptr<Source>& source = d->changes->source();
   return source && !d->sourcePath.isEmpty() &&

@@ -71,6 +71,22 @@ public:
   /// model read it (a file it read, or the archive). load() of getSourcePath() takes their
   /// changes and drops the model's own.
   bool sourceChanged() const;
+  /// The files of the source that another writer changed, made or removed since the model
+  /// read them (paths inside the project), or the archive's own path for an archive.
+  QStringList changedInSource() const;
+  /// Makes what is on disk now at each of paths (a file, or a directory with all below it)
+  /// what the model shows and counts as read, for a model read from a directory: its own
+  /// changes there are dropped, and a save no longer takes another writer's change there for
+  /// a conflict. Returns the paths it left as they are: those the model made, moved or
+  /// copied in itself, and all of them for a source that is no directory.
+  QStringList takeFromSource(const QStringList& paths);
+  /// Counts what is on disk now at each of paths as read, keeping the model's own changes
+  /// there: a save then writes them over another writer's instead of throwing Conflict. For
+  /// an archive, the whole archive as it is now, whatever paths.
+  void acceptSourceChanges(const QStringList& paths);
+  /// The names of the subdirectories of dir in the source as it is now, whatever the model
+  /// changed; for a directory source read again from disk. Empty when dir is not there.
+  QStringList sourceDirectories(const QString& dir) const;
 
   /// A metadata value; "" when unset.
   QString getMetadata(const QString& key) const;
