@@ -83,6 +83,9 @@ public:
   /// Writes the library back to path() in its current form. Throws the project model's
   /// exceptions; a failed save leaves the previous file as it was.
   void save();
+  /// save(), writing this library's version also of the files in paths (inside the library)
+  /// that another writer changed since it read them, instead of refusing with Conflict.
+  void saveOverwriting(const QStringList& paths);
   /// Writes the library to path in format, which becomes its path; the title follows the new
   /// file name and the library is no longer read-only. Throws the project model's exceptions,
   /// also for a path inside the library or around it.
@@ -99,6 +102,8 @@ public:
 signals:
   /// The title was changed by setTitle().
   void titleChanged(const QString& title);
+  /// The library was written to its files by save(), saveOverwriting() or saveTo().
+  void saved();
   /// node, somewhere in the tree, changed.
   void dataChanged(KR::BoxLibraryNode* node);
 

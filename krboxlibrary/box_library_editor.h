@@ -89,6 +89,25 @@ public:
   /// Sets whether the folder is shown expanded.
   bool setExpanded(BoxLibraryNode* folder, bool expanded);
 
+  /// Brings the tree up to date with what another writer left on disk in directories (the
+  /// directories of nodes inside the library, as BoxLibraryNode::path() gives them, "" for
+  /// the top), read as opening the library would read them: a folder's children are
+  /// inserted, removed and moved and its expanded state set, a box's values are set, with
+  /// this editor's signals and the box data's, and every node that did not change stays the
+  /// same object. For a library read from a directory; nothing is written but the listings
+  /// a read rewrites. A node this editor changed since the library was opened, saved or
+  /// reloaded is left as it is: its directory is in conflicts(). Returns the nodes changed.
+  QList<BoxLibraryNode*> updateFromDisk(const QStringList& directories);
+  /// The directories the last updateFromDisk() left because this editor changed them too.
+  QStringList conflicts() const;
+  /// Whether this editor changed node's own files (its box file, or its listing, name or
+  /// place) since the library was opened, saved or reloaded.
+  bool hasUnsavedEdit(const BoxLibraryNode* node) const;
+  /// Drops every change not saved, the editor's and others', and brings the tree up to date
+  /// with the library's files as they are on disk now, the same way as updateFromDisk().
+  /// False, with errorString(), when the files cannot be read again (the tree is kept).
+  bool reloadFromDisk();
+
 signals:
   /// A node is about to be inserted into folder at index.
   void nodeAboutToBeInserted(KR::BoxLibraryNode* folder, int index);

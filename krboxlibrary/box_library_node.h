@@ -243,6 +243,10 @@ private:
   BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);
   void relay(BoxLibraryNode* child);
   void initFolderFromProject(const QString& prefix);
+  // The file names of the folder's children in the order a read gives them (listed ones
+  // first, then the rest) and its expanded state, from the listing and directories at
+  // prefix; with report, what it reconciles goes to the library's problems.
+  std::vector<std::string> readChildOrder(const QString& prefix, bool& expanded, bool report);
   // escapeFileName() of a name already in UTF-16, as listings hold them.
   static QString escapedName(const QString& name);
   // loadBox() that also gives the box file meant (once known) and why it did not read ("" when

@@ -171,12 +171,19 @@ QString BoxLibrary::makeTitleFromPath(const QString& path) {
 
 void BoxLibrary::save() {
   m_project->save(QString(), zu::project::ArchiveFormat_Current, true);
+  emit saved();
+}
+
+void BoxLibrary::saveOverwriting(const QStringList& paths) {
+  m_project->acceptSourceChanges(paths);
+  save();
 }
 
 void BoxLibrary::saveTo(const QString& path, LibraryFormat format) {
   setTitle(makeTitleFromPath(path));
   m_project->save(path, libraryFormatToProjectFormat(format), true);
   m_readOnly = false;
+  emit saved();
 }
 
 zu::project::ArchiveFormat libraryFormatToProjectFormat(BoxLibrary::LibraryFormat format) {

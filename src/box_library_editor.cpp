@@ -8,6 +8,7 @@
 #include <QPointer>
 
 #include "box_file_input.h"
+#include "editor_private.h"
 #include "text.h"
 
 #include <exception>
@@ -40,52 +41,6 @@ QString reasonOf(const std::exception& e) {
 }
 
 }  // namespace
-
-// Each edit runs in three stages: checks, which change nothing; the files, undone when one
-// fails; and last the tree in memory, which cannot fail, bracketed by the signals.
-class BoxLibraryEditor::Private {
-public:
-  Private(BoxLibraryEditor* editor, BoxLibrary* library) : q(editor), library(library) {}
-
-  bool refuse(const QString& reason) {
-    error = reason;
-    return false;
-  }
-  bool checkNode(const BoxLibraryNode* node);
-  bool checkFolder(const BoxLibraryNode* folder);
-  bool checkIndex(int& index, int count, const BoxLibraryNode* folder);
-  // The name a node takes in folder (self excluded); "" with the refusal set when unusable.
-  // A name a node already has (a copy's, a moved node's) was taken on reading: only a
-  // form numbered anew is checked.
-  std::string takeName(const BoxLibraryNode* folder, const QString& wanted, bool exact,
-                       const BoxLibraryNode* self, bool existing = false);
-  bool writeListing(const BoxLibraryNode* folder, bool expanded,
-                    const std::vector<std::string>& names);
-  // Attaches a node whose files are written, and announces it.
-  BoxLibraryNode* attach(BoxLibraryNode* folder, int index, BoxLibraryNode* node);
-  // Writes folder's listing with the node at index, then attaches it; on a failure the
-  // node is discarded.
-  BoxLibraryNode* finishInsert(BoxLibraryNode* folder, int index, BoxLibraryNode* node);
-  // A node named name that reaches folder's files but is not in its list yet.
-  BoxLibraryNode* newNode(BoxLibraryNode* folder, const std::string& name) {
-    auto* node = new BoxLibraryNode();
-    node->m_name = name;
-    node->m_fileName = BoxLibraryNode::escapeFileName(name);
-    node->m_parent = folder;
-    return node;
-  }
-  // Removes the files of a node never attached, and deletes it; returns null.
-  BoxLibraryNode* discard(BoxLibraryNode* node);
-  // Writes value into the box file, then stores it in the box data and announces it
-  // (value's type is not deduced: a QStringList must fit a QList<QString> member on Qt 5.)
-  template <class T, class Write, class Signal>
-  bool setValue(BoxLibraryNode* box, const char* what, T BoxData::*member,
-                const typename std::common_type<T>::type& value, Write write, Signal changed);
-
-  BoxLibraryEditor* q;
-  QPointer<BoxLibrary> library;
-  QString error;
-};
 
 bool BoxLibraryEditor::Private::checkNode(const BoxLibraryNode* node) {
   if (!library)
@@ -157,6 +112,8 @@ BoxLibraryNode* BoxLibraryEditor::Private::finishInsert(BoxLibraryNode* folder, 
   names.insert(names.begin() + index, node->m_name);
   if (!writeListing(folder, folder->m_expanded, names))
     return discard(node);
+  touch(folder);
+  touch(node);
   return attach(folder, index, node);
 }
 
@@ -191,6 +148,7 @@ bool BoxLibraryEditor::Private::setValue(BoxLibraryNode* box, const char* what, 
     return refuse(QStringLiteral("cannot write the %1 of %2: %3")
                       .arg(QLatin1String(what), quoted(box), text::fromUtf8(why)));
   data.*member = value;
+  touch(box);
   emit(data.*changed)(data.*member);
   return true;
 }
@@ -198,7 +156,11 @@ bool BoxLibraryEditor::Private::setValue(BoxLibraryNode* box, const char* what, 
 // ---- The editor ----------------------------------------------------------------------
 
 BoxLibraryEditor::BoxLibraryEditor(BoxLibrary* library, QObject* parent)
-    : QObject(parent), d(std::make_unique<Private>(this, library)) {}
+    : QObject(parent), d(std::make_unique<Private>(this, library)) {
+  // What is saved is on disk: a later change there by another writer is no conflict.
+  if (library)
+    connect(library, &BoxLibrary::saved, this, [this] { d->edited.clear(); });
+}
 
 BoxLibraryEditor::~BoxLibraryEditor() = default;
 
@@ -386,6 +348,8 @@ bool BoxLibraryEditor::rename(BoxLibraryNode* node, const QString& name, Naming 
   }
   node->m_name = taken;
   node->m_fileName = fileName;
+  d->touch(node);
+  d->touch(folder);
   emit node->dataChanged(node);
   return true;
 }
@@ -440,6 +404,9 @@ bool BoxLibraryEditor::move(BoxLibraryNode* node, BoxLibraryNode* folder, int in
     return d->refuse(reason);
   }
 
+  d->touch(node);
+  d->touch(from);
+  d->touch(folder);
   emit nodeAboutToBeMoved(node, folder, index);
   from->m_children.removeAt(oldIndex);
   disconnect(node, &BoxLibraryNode::dataChanged, from, &BoxLibraryNode::dataChanged);
@@ -481,6 +448,8 @@ bool BoxLibraryEditor::remove(BoxLibraryNode* node) {
   folder->m_children.removeAt(index);
   node->m_parent = nullptr;
   emit nodeRemoved(folder, index);
+  d->touch(folder);
+  d->forgetEdits(node);
   delete node;
   return true;
 }
@@ -509,6 +478,7 @@ bool BoxLibraryEditor::setExpanded(BoxLibraryNode* folder, bool expanded) {
   if (!d->writeListing(folder, expanded, folder->childNames()))
     return false;
   folder->m_expanded = expanded;
+  d->touch(folder);
   emit expandedChanged(folder);
   return true;
 }

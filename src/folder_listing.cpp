@@ -121,11 +121,23 @@ void BoxLibraryNode::initFromProject() {
 }
 
 void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
+  const std::vector<std::string> order = readChildOrder(prefix, m_expanded, true);
+  TreeReadProgress progress(order.size());
+  for (const std::string& fileName : order) {
+    appendChildFromProject(fileName);
+    progress.childRead();
+  }
+  checkChildNames();
+  saveFolder();
+}
+
+std::vector<std::string> BoxLibraryNode::readChildOrder(const QString& prefix, bool& expanded,
+                                                        bool report) {
   zu::project::ProjectModel* model = project();
   const QString listingFile = prefix + kListingFile;
   FolderListing listing;
   const bool listed = readListing(*model, listingFile, listing);
-  m_expanded = listed && listing.isExpanded();
+  expanded = listed && listing.isExpanded();
 
   // Only the folder's own subdirectories, byte-wise sorted: files (the listing, stray files)
   // never become children, and deeper directories are their folders' business.
@@ -155,52 +167,51 @@ void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
     return present.size();
   };
 
-  if (!listed && model->hasFile(listingFile))
+  if (report && !listed && model->hasFile(listingFile))
     reportProblem(listingProblem(listing.error()), listingFile,
                   QStringLiteral("the listing is not read: %1; the folder reads collapsed, its "
                                  "children in name order")
                       .arg(listing.errorString()));
-  else if (!listed && present.size() > 1)
+  else if (report && !listed && present.size() > 1)
     reportProblem(BoxLibraryProblem::MissingListing, listingFile,
                   QStringLiteral("the folder has no listing; it reads collapsed, its children in "
                                  "name order"));
 
   // Listed order first; names without a directory, and second mentions, are dropped.
-  TreeReadProgress progress(present.size());
+  std::vector<std::string> order;
+  order.reserve(present.size());
   std::vector<bool> taken(present.size(), false);
   for (const QString& name : listing.names()) {
     const std::string fileName = text::toUtf8(escapedName(name));
     const size_t found = findPresent(fileName);
     if (found == present.size() || taken[found]) {
-      reportProblem(found == present.size() ? BoxLibraryProblem::MissingDirectory
-                                            : BoxLibraryProblem::ListedTwice,
-                    listingFile,
-                    found == present.size()
-                        ? QStringLiteral("it is listed, but its directory \"%1\" is not there; "
-                                         "it is left out")
-                              .arg(prefix + text::fromUtf8(fileName))
-                        : QStringLiteral("it is listed more than once; the later mentions are "
-                                         "ignored"),
-                    name);
+      if (report)
+        reportProblem(found == present.size() ? BoxLibraryProblem::MissingDirectory
+                                              : BoxLibraryProblem::ListedTwice,
+                      listingFile,
+                      found == present.size()
+                          ? QStringLiteral("it is listed, but its directory \"%1\" is not there; "
+                                           "it is left out")
+                                .arg(prefix + text::fromUtf8(fileName))
+                          : QStringLiteral("it is listed more than once; the later mentions are "
+                                           "ignored"),
+                      name);
       continue;
     }
     taken[found] = true;
-    appendChildFromProject(present[found]);
-    progress.childRead();
+    order.push_back(present[found]);
   }
   for (size_t i = 0; i < present.size(); ++i) {
     if (taken[i])
       continue;
-    const BoxLibraryNode* child = appendChildFromProject(present[i]);
-    progress.childRead();
-    if (listed)
-      reportProblem(BoxLibraryProblem::UnlistedDirectory, child->path(),
+    order.push_back(present[i]);
+    if (report && listed)
+      reportProblem(BoxLibraryProblem::UnlistedDirectory, prefix + text::fromUtf8(present[i]),
                     QStringLiteral("the folder's listing does not name it; it reads after the "
                                    "listed children"),
-                    text::fromUtf8(child->m_name));
+                    text::fromUtf8(unEscapeFileName(present[i])));
   }
-  checkChildNames();
-  saveFolder();
+  return order;
 }
 
 }  // namespace KR
