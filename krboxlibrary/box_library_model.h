@@ -146,6 +146,22 @@ public:
   /// Why the last refused edit was refused.
   QString errorString() const;
 
+  /// Whether the rows follow the library's files on disk: when another writer (a pull, a
+  /// script, a second window) changes them, the model reads again what changed, within a
+  /// second, and applies the difference as row signals, never a reset. On by default, for a
+  /// library read from a directory or an archive.
+  bool followsDisk() const;
+  /// Turns following the files on disk on or off.
+  void setFollowsDisk(bool follows);
+  /// Reads again what changed on disk at once, without waiting for the file watcher.
+  void updateFromDisk();
+  /// Drops the edits not saved yet and shows the library as it is on disk; clears the undo
+  /// stack. False, with errorString(), when the files cannot be read again.
+  bool reloadFromDisk();
+  /// Saves the library in place, keeping this model's version of the files that changed on
+  /// disk too (those of conflictOnDisk()). False, with errorString(), when the save fails.
+  bool saveOverwriting();
+
 public slots:
   /// Undoes the last edit.
   void undo();
@@ -165,6 +181,12 @@ signals:
   void redoTextChanged(const QString& redoText);
   /// An edit was refused, for reason; nothing changed.
   void editRefused(const QString& reason);
+  /// Another writer changed the library's files at paths (directories inside the library,
+  /// "" for the top) and the rows now show it.
+  void changedOnDisk(const QStringList& paths);
+  /// Another writer changed files at paths that this model changed too and has not saved:
+  /// the rows keep the model's version until reloadFromDisk() or saveOverwriting().
+  void conflictOnDisk(const QStringList& paths);
 
 private:
   class Private;

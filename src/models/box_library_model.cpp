@@ -57,10 +57,14 @@ QList<int> BoxLibraryModel::Private::pathOf(const BoxLibraryNode* node) const {
 
 void BoxLibraryModel::Private::forgetSubtree(const BoxLibraryNode* node) {
   rows.erase(node);
-  for (const BoxLibraryNode* child : node->childList()) {
-    if (!child->isBox())
-      forgetSubtree(child);
+  changedOnDiskAt.erase(node);
+  const auto watch = watched.find(node);
+  if (watch != watched.end()) {
+    watcher->remove(watch->second.id);
+    watched.erase(watch);
   }
+  for (const BoxLibraryNode* child : node->childList())
+    forgetSubtree(child);
 }
 
 BoxLibraryNode* BoxLibraryModel::Private::folderAt(const QModelIndex& parent,
@@ -85,6 +89,7 @@ void BoxLibraryModel::Private::followEditor() {
   QObject::connect(&editor, &BoxLibraryEditor::nodeInserted, q, [this](BoxLibraryNode* node) {
     forgetRows(node->parent());
     q->endInsertRows();
+    watch(node);
   });
   QObject::connect(&editor, &BoxLibraryEditor::nodeAboutToBeRemoved, q,
                    [this](BoxLibraryNode* node) {
@@ -108,6 +113,7 @@ void BoxLibraryModel::Private::followEditor() {
     forgetRows(movingFrom);
     forgetRows(node->parent());
     q->endMoveRows();
+    watch(node);
   });
   QObject::connect(&editor, &BoxLibraryEditor::expandedChanged, q, [this](BoxLibraryNode* folder) {
     const QModelIndex index = indexOf(folder);
@@ -130,6 +136,7 @@ BoxLibraryModel::BoxLibraryModel(BoxLibrary* library, QObject* parent)
     : QAbstractItemModel(parent), d(std::make_unique<Private>(this, library)) {
   d->id = models::registerModel(this);
   d->followEditor();
+  d->connectFollowing();
   // Box data changed through its setters, and renames, whoever made them.
   connect(library, &BoxLibrary::dataChanged, this, [this](BoxLibraryNode* node) {
     const QModelIndex index = d->indexOf(node);

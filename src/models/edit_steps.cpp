@@ -247,6 +247,9 @@ bool BoxLibraryModel::Private::insertCopies(const QList<const BoxLibraryNode*>& 
 }
 
 void BoxLibraryModel::Private::run(EditCommand& command) {
+  const QString stale = changedSince(command);
+  if (!stale.isEmpty())
+    throw Refused{stale};
   std::vector<EditStep> inverse;
   inverse.reserve(command.steps.size());
   try {
@@ -265,9 +268,11 @@ void BoxLibraryModel::Private::run(EditCommand& command) {
     throw;
   }
   command.steps = std::move(inverse);
+  command.diskGeneration = diskGeneration;
 }
 
 void BoxLibraryModel::Private::push(EditCommand command) {
+  command.diskGeneration = diskGeneration;
   commands.resize(done);
   commands.push_back(std::move(command));
   if (commands.size() > kMaxCommands)

@@ -6,13 +6,19 @@
 #include <krboxlibrary/box_library_model.h>
 #include <krboxlibrary/box_library_node.h>
 
+#include <QDateTime>
+#include <QElapsedTimer>
 #include <QHash>
 #include <QList>
 #include <QMimeData>
 #include <QPersistentModelIndex>
 #include <QPointer>
+#include <QSet>
 #include <QString>
+#include <QTimer>
 #include <QVariant>
+
+#include "directory_watch.h"
 
 #include <functional>
 #include <memory>
@@ -42,6 +48,8 @@ struct EditStep {
 struct EditCommand {
   QString text;
   std::vector<EditStep> steps;
+  // The model's count of updates from disk when the steps last matched the rows.
+  quint64 diskGeneration = 0;
 };
 
 /// Whether node is ancestor or below it.
@@ -114,9 +122,54 @@ public:
   bool droppedNodes(const QMimeData& data, BoxLibraryModel*& model, QList<BoxLibraryNode*>& nodes,
                     QString& why) const;
 
+  // Following the files on disk (disk_follow.cpp).
+  void connectFollowing();
+  void startFollowing();
+  // Watches node's directory and those below it. At once: a change made before its
+  // directory is watched would never be seen.
+  void watch(const BoxLibraryNode* node);
+  void watchOne(const BoxLibraryNode* node, const QString& path);
+  void watchTree(const BoxLibraryNode* node, const QString& path);
+  // The first watches go a slice at a time, so that the event loop stays live on a large
+  // library; the files as read then tell what changed before a watch was there.
+  void watchSlice();
+  void catchUp();
+  void watchAll() { watch(library->boxRoot()); }
+  void onDiskEvent(const BoxLibraryNode* node);
+  void applyDiskChanges();
+  bool archiveForm() const { return followsArchive; }
+  void stopFollowing();
+  bool hasUnsavedEdits(const BoxLibraryNode* node) const;
+  // Why an undo step may no longer apply: a node it goes through changed on disk since.
+  QString changedSince(const EditCommand& command) const;
+
   BoxLibraryModel* q;
   BoxLibrary* library;
   BoxLibraryEditor editor;
+  std::unique_ptr<DirectoryWatch> watcher;
+  // The watch of each node's directory, and a hash of the path it was added at: a directory
+  // renamed or moved keeps its watch under the old name, which must go before the new one.
+  struct Watched {
+    int id;
+    size_t path;
+  };
+  std::unordered_map<const BoxLibraryNode*, Watched> watched;
+  // Following starts from the event loop, so that building the model stays cheap.
+  QTimer startTimer;
+  QTimer sliceTimer;
+  std::vector<std::pair<QPointer<BoxLibraryNode>, QString>> toWatch;
+  // What is followed: the library's path and form when following began.
+  QString followedPath;
+  bool followsArchive = false;
+  QTimer diskTimer;
+  QElapsedTimer firstDiskEvent;
+  QSet<QString> pendingDirectories;
+  QDateTime archiveStamp;
+  bool archiveChanged = false;
+  QElapsedTimer sinceSave;
+  QStringList conflicted;
+  quint64 diskGeneration = 0;
+  std::unordered_map<const BoxLibraryNode*, quint64> changedOnDiskAt;
   // Per folder with many children, node -> row, rebuilt when a lookup finds it stale.
   mutable std::unordered_map<const BoxLibraryNode*, QHash<const BoxLibraryNode*, int>> rows;
   std::vector<EditCommand> commands;
