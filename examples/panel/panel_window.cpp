@@ -99,6 +99,12 @@ PanelWindow::PanelWindow(const QString& libraryPath)
   QAction* saveAction = tools->addAction(style->standardIcon(QStyle::SP_DialogSaveButton),
                                          QStringLiteral("Save"), this, [this] { save(); });
   saveAction->setShortcut(QKeySequence::Save);
+  tools->addAction(style->standardIcon(QStyle::SP_BrowserReload),
+                   QStringLiteral("Reload from disk"), this, [this] { m_model.reloadFromDisk(); });
+  tools->addAction(QStringLiteral("Save over"), this, [this] {
+    if (m_model.saveOverwriting())
+      statusBar()->showMessage(QStringLiteral("Saved to %1").arg(m_library.path()), 5000);
+  });
   undo->setEnabled(false);
   redo->setEnabled(false);
   connect(&m_model, &KR::BoxLibraryModel::canUndoChanged, undo, &QAction::setEnabled);
@@ -109,6 +115,17 @@ PanelWindow::PanelWindow(const QString& libraryPath)
           [redo](const QString& text) { redo->setToolTip(QStringLiteral("Redo: ") + text); });
   connect(&m_model, &KR::BoxLibraryModel::editRefused, this,
           [this](const QString& reason) { statusBar()->showMessage(reason, 5000); });
+  // Another writer's changes show in the rows by themselves; the line says where they came from.
+  connect(&m_model, &KR::BoxLibraryModel::changedOnDisk, this, [this](const QStringList& paths) {
+    statusBar()->showMessage(
+        QStringLiteral("Changed on disk: %1").arg(paths.join(QStringLiteral(", "))), 5000);
+  });
+  connect(&m_model, &KR::BoxLibraryModel::conflictOnDisk, this, [this](const QStringList& paths) {
+    statusBar()->showMessage(
+        QStringLiteral("Changed on disk and here, not saved: %1. \"Save over\" keeps your "
+                       "version, \"Reload from disk\" drops it.")
+            .arg(paths.join(QStringLiteral(", "))));
+  });
 
   connect(m_search, &QLineEdit::textChanged, this, [this](const QString& text) {
     m_filter->setFilterText(text);
