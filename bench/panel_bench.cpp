@@ -1,12 +1,14 @@
 // krbox-panel-bench: times the library panel's models on generated libraries: building the
 // model and its first screen, one search keystroke, edits through the model beside the same
-// edits on the nodes, and the memory the model adds per node.
+// edits on the nodes, the memory the model adds per node, and one box changed on disk by
+// another writer reaching the rows, beside opening the library anew.
 
 #include "library_generator.h"
 #include "tree_walk.h"
 
 #include <krboxlibrary/box_data.h>
 #include <krboxlibrary/box_library.h>
+#include <krboxlibrary/box_library_editor.h>
 #include <krboxlibrary/box_library_filter_model.h>
 #include <krboxlibrary/box_library_model.h>
 #include <krboxlibrary/box_library_node.h>
@@ -15,11 +17,15 @@
 #include <benchmark/benchmark.h>
 
 #include <QCoreApplication>
+#include <QFile>
+#include <QPersistentModelIndex>
+#include <QSaveFile>
 #include <QTemporaryDir>
 
 #include <malloc.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -85,6 +91,105 @@ KR::BoxLibraryNode* largestFolder(KR::BoxLibraryNode* node) {
 
 long heapBytes() {
   return static_cast<long>(mallinfo2().uordblks);
+}
+
+// What this process has read from files so far, the page cache's share included: a box file
+// read again shows here even when the disk is not touched.
+long bytesRead() {
+  QFile io(QStringLiteral("/proc/self/io"));
+  if (io.open(QIODevice::ReadOnly)) {
+    for (const QByteArray& line : io.readAll().split('\n')) {
+      if (line.startsWith("rchar: "))
+        return line.mid(7).toLong();
+    }
+  }
+  return 0;
+}
+
+[[noreturn]] void fail(const QString& why) {
+  std::cerr << "krbox-panel-bench: " << why.toStdString() << std::endl;
+  std::exit(1);
+}
+
+// The first box of a depth-first walk kept in a box.bxd, in the generated part of the tree.
+KR::BoxLibraryNode* firstPlainBox(KR::BoxLibraryNode* node, const QString& root) {
+  for (KR::BoxLibraryNode* child : node->childList()) {
+    if (!child->isBox()) {
+      if (KR::BoxLibraryNode* box = firstPlainBox(child, root))
+        return box;
+    } else if (QFile::exists(root + "/" + child->path() + "/box.bxd")) {
+      return child;
+    }
+  }
+  return nullptr;
+}
+
+// What another writer does to a box: its file read, its tooltip replaced, and the file
+// saved whole over the old one.
+void rewriteTooltip(const QString& file, const QString& tooltip) {
+  QFile in(file);
+  if (!in.open(QIODevice::ReadOnly))
+    fail("cannot read " + file);
+  QByteArray content = in.readAll();
+  const QByteArray attribute = "tooltip=\"";
+  const qsizetype start = content.indexOf(attribute);
+  const qsizetype end = start < 0 ? -1 : content.indexOf('"', start + attribute.size());
+  if (end < 0)
+    fail("no tooltip in " + file);
+  content.replace(start + attribute.size(), end - start - attribute.size(), tooltip.toUtf8());
+  QSaveFile out(file);
+  if (!out.open(QIODevice::WriteOnly) || out.write(content) != content.size() || !out.commit())
+    fail("cannot write " + file);
+}
+
+// A library opened from its directory with a model over it, and one of its boxes that
+// another writer changes.
+struct Follower {
+  Follower(const QString& directory, bool followsDisk)
+      : library(directory, false), model(&library) {
+    model.setFollowsDisk(followsDisk);
+    box = firstPlainBox(library.boxRoot(), directory);
+    if (!box)
+      fail("no box kept in a box.bxd in " + directory);
+    file = directory + "/" + box->path() + "/box.bxd";
+    row = model.indexOf(box);
+  }
+  // The new tooltip, on disk.
+  QString rewrite() {
+    const QString tooltip = QStringLiteral("Rewritten by another writer, %1.").arg(++rewrites);
+    rewriteTooltip(file, tooltip);
+    return tooltip;
+  }
+  void expect(const QString& tooltip) const {
+    const QString shown = row.data(Qt::ToolTipRole).toString();
+    if (shown != tooltip)
+      fail(QStringLiteral("the row of %1 shows the tooltip \"%2\", not \"%3\", after the update")
+               .arg(file, shown, tooltip));
+  }
+  KR::BoxLibrary library;
+  KR::BoxLibraryModel model;
+  KR::BoxLibraryNode* box = nullptr;
+  QString file;
+  QPersistentModelIndex row;
+  int rewrites = 0;
+};
+
+// Times update alone, each time after another writer changed the box; the bytes the last
+// update read are reported.
+void timedDiskChange(benchmark::State& state, Follower& follower,
+                     const std::function<void()>& update) {
+  long read = 0;
+  for (auto _ : state) {
+    const QString tooltip = follower.rewrite();
+    const long before = bytesRead();
+    const auto start = std::chrono::steady_clock::now();
+    update();
+    state.SetIterationTime(
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    read = bytesRead() - before;
+    follower.expect(tooltip);
+  }
+  state.counters["bytes_read"] = static_cast<double>(read);
 }
 
 // One generated library opened, with a folder of 100 boxes on a shelf to rename and move.
@@ -222,6 +327,37 @@ void registerLibrary(const std::string& name, const std::shared_ptr<Scene>& scen
       const bool back = ++flips % 2 == 0;
       moveNode(folder->child(back ? 0 : folder->childCount() - 1), folder, back ? -1 : 0);
     });
+  });
+  // One box changed on disk by another writer. What the watcher's event of its directory
+  // leads to, through the editor (the watcher off, so that only this update reads), and
+  // through the model, whose watcher has the event queued; beside a reopen, which reads
+  // every file.
+  const QString directory = scene->library.path();
+  add("editor_disk_change", [directory](benchmark::State& state) {
+    Follower follower(directory, false);
+    const QStringList directories{follower.box->path()};
+    timedDiskChange(state, follower, [&] { follower.model.editor()->updateFromDisk(directories); });
+  });
+  add("model_disk_change", [directory](benchmark::State& state) {
+    Follower follower(directory, true);
+    timedDiskChange(state, follower, [&] { follower.model.updateFromDisk(); });
+  });
+  add("model_reopen", [directory](benchmark::State& state) {
+    std::unique_ptr<KR::BoxLibrary> library;
+    std::unique_ptr<KR::BoxLibraryModel> model;
+    long read = 0;
+    for (auto _ : state) {
+      model.reset();
+      library.reset();
+      const long before = bytesRead();
+      const auto start = std::chrono::steady_clock::now();
+      library = std::make_unique<KR::BoxLibrary>(directory, false);
+      model = std::make_unique<KR::BoxLibraryModel>(library.get());
+      state.SetIterationTime(
+          std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+      read = bytesRead() - before;
+    }
+    state.counters["bytes_read"] = static_cast<double>(read);
   });
 }
 
