@@ -68,21 +68,16 @@ void BoxLibraryEditor::Private::syncBox(BoxLibraryNode* box, QList<BoxLibraryNod
     if (changed.isEmpty() || changed.back() != box)
       changed.append(box);
   };
-  if (data.m_tooltip != fresh.m_tooltip) {
-    data.m_tooltip = fresh.m_tooltip;
+  const auto take = [&](auto member, auto announce) {
+    if (data.*member == fresh.*member)
+      return;
+    data.*member = fresh.*member;
     note();
-    emit data.tooltipChanged(data.m_tooltip);
-  }
-  if (data.m_bitmaps != fresh.m_bitmaps) {
-    data.m_bitmaps = fresh.m_bitmaps;
-    note();
-    emit data.bitmapsChanged(data.m_bitmaps);
-  }
-  if (data.m_bitmapExpanded != fresh.m_bitmapExpanded) {
-    data.m_bitmapExpanded = fresh.m_bitmapExpanded;
-    note();
-    emit data.bitmapExpandedChanged(data.m_bitmapExpanded);
-  }
+    emit(data.*announce)(data.*member);
+  };
+  take(&BoxData::m_tooltip, &BoxData::tooltipChanged);
+  take(&BoxData::m_bitmaps, &BoxData::bitmapsChanged);
+  take(&BoxData::m_bitmapExpanded, &BoxData::bitmapExpandedChanged);
   if (data.m_behavior != fresh.m_behavior) {
     data.m_behavior = fresh.m_behavior;
     if (data.m_behavior)
