@@ -51,7 +51,7 @@ bool BoxLibraryEditor::Private::take(const QString& path, const BoxLibraryNode* 
   return true;
 }
 
-void BoxLibraryEditor::Private::syncBox(BoxLibraryNode* box, QList<BoxLibraryNode*>& changed) {
+void BoxLibraryEditor::Private::syncBox(BoxLibraryNode* box, Changed& changed) {
   if (!take(box->path(), box))
     return;
   QString file;
@@ -98,7 +98,7 @@ void BoxLibraryEditor::Private::removeChild(BoxLibraryNode* folder, int index) {
   delete node;
 }
 
-void BoxLibraryEditor::Private::syncFolder(BoxLibraryNode* folder, QList<BoxLibraryNode*>& changed,
+void BoxLibraryEditor::Private::syncFolder(BoxLibraryNode* folder, Changed& changed,
                                            const BoxLibraryNode* replace) {
   const QString prefix = folder->directoryPrefix();
   if (!take(prefix + QLatin1String(vocabulary::kListingFile), folder))
@@ -176,7 +176,7 @@ void BoxLibraryEditor::Private::syncFolder(BoxLibraryNode* folder, QList<BoxLibr
     changed.append(folder);
 }
 
-void BoxLibraryEditor::Private::syncTree(BoxLibraryNode* node, QList<BoxLibraryNode*>& changed) {
+void BoxLibraryEditor::Private::syncTree(BoxLibraryNode* node, Changed& changed) {
   if (node->isBox()) {
     syncBox(node, changed);
     return;
@@ -191,11 +191,11 @@ void BoxLibraryEditor::Private::syncTree(BoxLibraryNode* node, QList<BoxLibraryN
 }
 
 QList<BoxLibraryNode*> BoxLibraryEditor::updateFromDisk(const QStringList& directories) {
-  QList<BoxLibraryNode*> changed;
+  Private::Changed changed;
   d->conflicts.clear();
   d->error.clear();
   if (!d->library)
-    return changed;
+    return {};
   QStringList sorted = directories;
   // Folders before what is below them: a folder read anew needs no second look inside.
   std::sort(sorted.begin(), sorted.end());
@@ -209,7 +209,12 @@ QList<BoxLibraryNode*> BoxLibraryEditor::updateFromDisk(const QStringList& direc
     else
       d->syncFolder(node, changed);
   }
-  return changed;
+  QList<BoxLibraryNode*> nodes;
+  for (const QPointer<BoxLibraryNode>& node : changed) {
+    if (node)
+      nodes.append(node);
+  }
+  return nodes;
 }
 
 QStringList BoxLibraryEditor::conflicts() const {
@@ -234,7 +239,7 @@ bool BoxLibraryEditor::reloadFromDisk() {
   }
   d->edited.clear();
   d->error.clear();
-  QList<BoxLibraryNode*> changed;
+  Private::Changed changed;
   d->reloading = true;
   d->syncTree(d->library->boxRoot(), changed);
   d->reloading = false;

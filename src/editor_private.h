@@ -58,7 +58,9 @@ public:
   bool setValue(BoxLibraryNode* box, const char* what, T BoxData::*member,
                 const typename std::common_type<T>::type& value, Write write, Signal changed);
 
-  // Disk updates (disk_update.cpp).
+  // Disk updates (disk_update.cpp). Guarded: a node noted as changed may go later in the
+  // same update.
+  using Changed = QList<QPointer<BoxLibraryNode>>;
   // node's own files were written by this editor: a change on disk there is a conflict.
   void touch(const BoxLibraryNode* node) { edited.insert(node); }
   void forgetEdits(const BoxLibraryNode* node);
@@ -66,10 +68,10 @@ public:
   BoxLibraryNode* nodeAt(const QString& path) const;
   // Whether the disk's files at path may replace what the model holds; a conflict when not.
   bool take(const QString& path, const BoxLibraryNode* node);
-  void syncBox(BoxLibraryNode* box, QList<BoxLibraryNode*>& changed);
-  void syncFolder(BoxLibraryNode* folder, QList<BoxLibraryNode*>& changed,
+  void syncBox(BoxLibraryNode* box, Changed& changed);
+  void syncFolder(BoxLibraryNode* folder, Changed& changed,
                   const BoxLibraryNode* replace = nullptr);
-  void syncTree(BoxLibraryNode* node, QList<BoxLibraryNode*>& changed);
+  void syncTree(BoxLibraryNode* node, Changed& changed);
   void removeChild(BoxLibraryNode* folder, int index);
 
   BoxLibraryEditor* q;
