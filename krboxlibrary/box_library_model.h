@@ -36,6 +36,9 @@ class BoxLibraryNode;
 ///
 /// An edit the tree cannot take is refused: it returns false (or an invalid index),
 /// changes nothing, and editRefused() tells why.
+///
+/// What another writer changes in the library's files while the model is open reaches the
+/// rows by itself, as row signals (see followsDisk()).
 class KRBOXMODELS_EXPORT BoxLibraryModel : public QAbstractItemModel {
   Q_OBJECT
   Q_PROPERTY(bool canUndo READ canUndo NOTIFY canUndoChanged)
