@@ -3,7 +3,6 @@
 #include <zu/project/project_model.h>
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFileInfo>
 
 #include "model_private.h"
@@ -270,8 +269,8 @@ void BoxLibraryModel::updateFromDisk() {
   };
   collect(d->library->boxRoot());
   d->pendingDirectories = QSet<QString>(directories.begin(), directories.end());
-  if (d->archiveForm())
-    d->archiveChanged = true;
+  d->followsArchive = QFileInfo(d->library->path()).isFile();
+  d->archiveChanged = d->followsArchive;
   d->applyDiskChanges();
 }
 
