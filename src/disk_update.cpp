@@ -106,25 +106,31 @@ void BoxLibraryEditor::Private::syncFolder(BoxLibraryNode* folder, Changed& chan
   // What the model still holds of a directory gone from disk (the listings a read rewrote)
   // would show it, unless this editor made or changed something there; and a directory
   // another model of this process saved is hidden from this one's view until taken.
+  zu::project::ProjectModel& model = *library->projectModel();
+  std::unordered_set<std::string> onDisk;
   if (!reloading) {
-    zu::project::ProjectModel& model = *library->projectModel();
-    const QStringList onDisk = model.sourceDirectories(folder->path());
-    std::unordered_set<std::string> present;
-    for (const QString& name : onDisk)
-      present.insert(text::toUtf8(name));
+    for (const QString& name : model.sourceDirectories(folder->path()))
+      onDisk.insert(text::toUtf8(name));
     for (const BoxLibraryNode* child : folder->m_children) {
-      if (!present.count(child->m_fileName) && !editedBelow(child))
+      if (!onDisk.count(child->m_fileName) && !editedBelow(child))
         model.takeFromSource(QStringList{child->path()});
-    }
-    const QStringList shown = model.getFileList(prefix, true, false, false);
-    for (const QString& name : onDisk) {
-      if (!shown.contains(name))
-        model.takeFromSource(QStringList{prefix + name});
     }
   }
   bool expanded = false;
-  const std::vector<std::string> order = folder->readChildOrder(prefix, expanded, false);
-  const std::unordered_set<std::string> wanted(order.begin(), order.end());
+  std::vector<std::string> order = folder->readChildOrder(prefix, expanded, false);
+  std::unordered_set<std::string> wanted(order.begin(), order.end());
+  bool hidden = false;
+  for (const std::string& name : onDisk) {
+    if (!wanted.count(name)) {
+      model.takeFromSource(QStringList{prefix + text::fromUtf8(name)});
+      hidden = true;
+    }
+  }
+  // Rare: read the order again only when something was hidden.
+  if (hidden) {
+    order = folder->readChildOrder(prefix, expanded, false);
+    wanted = std::unordered_set<std::string>(order.begin(), order.end());
+  }
   bool changedHere = false;
 
   // Children whose directories went; a subtree with edits of this editor stays.
