@@ -1,6 +1,8 @@
 #include <krserial/xml_document.h>
 #include <krserial/xml_text.h>
 
+#include "xml_parse.h"
+
 #include <boost/make_shared.hpp>
 #include <pugixml.hpp>
 
@@ -14,67 +16,9 @@ namespace KR {
 
 namespace {
 
-const int kMaxDepth = 1024;
-
-// Comments are kept so that a document read and written again still carries them. The
-// document type is skipped rather than parsed, so entities declared there are never
-// expanded, and whitespace-only text is dropped, so indentation never becomes content.
-const unsigned kParseOptions = pugi::parse_default | pugi::parse_comments;
-
-const size_t kExcerptRadius = 30;
-
-void fail(std::string* error, std::string* errorContext, const std::string& message,
-          const std::string& context) {
-  if (error)
-    *error = message;
-  if (errorContext)
-    *errorContext = context;
-}
-
-bool isContinuationByte(char c) {
-  return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
-}
-
-// Places a byte offset of the input the way an editor would show it, with the text
-// around it, so that a broken document can be found and fixed by hand.
-std::string describeOffset(const std::string& xml, ptrdiff_t offset) {
-  const size_t at = std::min(static_cast<size_t>(std::max<ptrdiff_t>(offset, 0)), xml.size());
-  const size_t lineStart = at == 0 ? 0 : xml.rfind('\n', at - 1) + 1;  // npos + 1 == 0
-  size_t lineEnd = xml.find('\n', at);
-  if (lineEnd == std::string::npos)
-    lineEnd = xml.size();
-
-  const size_t line = 1 + std::count(xml.begin(), xml.begin() + lineStart, '\n');
-  const size_t column = 1 + std::count_if(xml.begin() + lineStart, xml.begin() + at,
-                                          [](char c) { return !isContinuationByte(c); });
-  std::string result = "line " + std::to_string(line) + ", column " + std::to_string(column);
-  if (at == xml.size())
-    return result + ", at the end of the document";
-
-  size_t begin = std::max(lineStart, at >= kExcerptRadius ? at - kExcerptRadius : 0);
-  size_t end = std::min(lineEnd, at + kExcerptRadius);
-  // Cutting inside a multi-byte character would put invalid UTF-8 into the message.
-  while (begin < at && isContinuationByte(xml[begin]))
-    ++begin;
-  while (end > at && end < xml.size() && isContinuationByte(xml[end]))
-    --end;
-  std::string excerpt = xml.substr(begin, end - begin);
-  for (char& c : excerpt) {
-    if (static_cast<unsigned char>(c) < 0x20)
-      c = ' ';
-  }
-  return result + ", near \"" + excerpt + "\"";
-}
-
-// A NUL byte ends pugixml's scan early, so anything after it would be silently ignored.
-// UTF-16 and UTF-32 documents, which pugixml converts, always have one among their first
-// four bytes; a NUL anywhere in a byte-oriented document makes it malformed.
-size_t findStrayNul(const std::string& xml) {
-  const size_t first = xml.find('\0');
-  if (first == std::string::npos || first < 4)
-    return std::string::npos;
-  return first;
-}
+using detail::describeOffset;
+using detail::fail;
+using detail::kMaxDepth;
 
 void copyAttributes(const pugi::xml_node& source, XmlElement& target) {
   for (const pugi::xml_attribute& attribute : source.attributes()) {
@@ -82,32 +26,25 @@ void copyAttributes(const pugi::xml_node& source, XmlElement& target) {
   }
 }
 
-XmlElement::Ptr convertTree(const std::string& xml, const pugi::xml_node& rootNode,
-                            std::string* error, std::string* errorContext) {
+// The element tree of a parsed document, whose depth parseDocument() already checked.
+XmlElement::Ptr convertTree(const pugi::xml_node& rootNode) {
   struct Pending {
     pugi::xml_node source;
     XmlElement* target;
-    int depth;
   };
   XmlElement::Ptr root = boost::make_shared<XmlElement>(rootNode.name());
   copyAttributes(rootNode, *root);
-  std::vector<Pending> pending{{rootNode, root.get(), 1}};
+  std::vector<Pending> pending{{rootNode, root.get()}};
   while (!pending.empty()) {
     const Pending current = pending.back();
     pending.pop_back();
     for (const pugi::xml_node& child : current.source.children()) {
       switch (child.type()) {
         case pugi::node_element: {
-          if (current.depth >= kMaxDepth) {
-            fail(error, errorContext,
-                 "elements are nested deeper than " + std::to_string(kMaxDepth) + " levels",
-                 describeOffset(xml, child.offset_debug() - 1));
-            return XmlElement::Ptr();
-          }
           auto element = boost::make_shared<XmlElement>(child.name());
           copyAttributes(child, *element);
           current.target->addChild(element);
-          pending.push_back({child, element.get(), current.depth + 1});
+          pending.push_back({child, element.get()});
           break;
         }
         case pugi::node_pcdata:
@@ -127,39 +64,11 @@ XmlElement::Ptr convertTree(const std::string& xml, const pugi::xml_node& rootNo
 }
 
 XmlDocument::Ptr parse(const std::string& xml, std::string* error, std::string* errorContext) {
-  const size_t nul = findStrayNul(xml);
-  if (nul != std::string::npos) {
-    fail(error, errorContext, "NUL character in the document", describeOffset(xml, nul));
-    return XmlDocument::Ptr();
-  }
-
   pugi::xml_document document;
-  const pugi::xml_parse_result result =
-      document.load_buffer(xml.data(), xml.size(), kParseOptions, pugi::encoding_auto);
-  if (!result) {
-    fail(error, errorContext, result.description(), describeOffset(xml, result.offset));
+  const pugi::xml_node rootNode = detail::parseDocument(xml, document, error, errorContext);
+  if (!rootNode)
     return XmlDocument::Ptr();
-  }
-
-  // pugixml reads a forest of top-level elements without complaint; a document has one.
-  pugi::xml_node rootNode;
-  for (const pugi::xml_node& node : document.children()) {
-    if (node.type() != pugi::node_element)
-      continue;
-    if (rootNode) {
-      fail(error, errorContext, "more than one root element",
-           describeOffset(xml, node.offset_debug() - 1));
-      return XmlDocument::Ptr();
-    }
-    rootNode = node;
-  }
-  if (!rootNode) {
-    fail(error, errorContext, "no root element", describeOffset(xml, xml.size()));
-    return XmlDocument::Ptr();
-  }
-
-  XmlElement::Ptr root = convertTree(xml, rootNode, error, errorContext);
-  return root ? boost::make_shared<XmlDocument>(root) : XmlDocument::Ptr();
+  return boost::make_shared<XmlDocument>(convertTree(rootNode));
 }
 
 class StringWriter : public pugi::xml_writer {
