@@ -5,8 +5,11 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+#include <atomic>
 #include <cerrno>
 
 namespace zu {
@@ -121,54 +124,101 @@ std::optional<struct stat> Beneath::status(const std::string& path) {
   return info;
 }
 
-int Beneath::openFile(const std::string& path) {
-  if (path.empty())
-    return -1;
-  const auto [parentPath, name] = splitLast(path);
-  const int parent = dir(parentPath);
-  if (parent < 0 || hidden(parent, name))
-    return -1;
-  // Non-blocking, so that a pipe put in a file's place cannot hang the open.
-  const int fd =
-      ::openat(parent, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (fd < 0)
-    return -1;
-  struct stat info;
-  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-    ::close(fd);
+int Beneath::openResolved(const std::string& path) {
+  static std::atomic<bool> unsupported{false};
+  if (unsupported)
+    return -2;
+  // The rules openChild() and hidden() apply to each step, for the whole path at once.
+  for (std::size_t start = 0; start <= path.size();) {
+    const std::size_t slash = std::min(path.find('/', start), path.size());
+    const std::string name = path.substr(start, slash - start);
+    if (name.empty() || name == "." || name == ".." || isForeignMetadata(name) ||
+        (start == 0 && !m_hiddenTop.empty() && name == m_hiddenTop))
+      return -2;
+    start = slash + 1;
+  }
+  open_how how{};
+  how.flags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+  const long fd = ::syscall(SYS_openat2, m_root, path.c_str(), &how, sizeof how);
+  if (fd >= 0)
+    return static_cast<int>(fd);
+  // Older kernels, and sandboxes that filter the call.
+  if (errno == ENOSYS || errno == EPERM) {
+    unsupported = true;
+    return -2;
+  }
+  // A link on the way reads as nothing there, as it does step by step.
+  if (errno == ELOOP || errno == EXDEV)
+    errno = ENOENT;
+  return -1;
+}
+
+int Beneath::openFile(const std::string& path, struct stat* info) {
+  if (path.empty()) {
+    errno = EINVAL;
     return -1;
   }
+  int fd = openResolved(path);
+  if (fd == -2) {
+    const auto [parentPath, name] = splitLast(path);
+    const int parent = dir(parentPath);
+    if (parent < 0 || hidden(parent, name)) {
+      errno = ENOENT;
+      return -1;
+    }
+    // Non-blocking, so that a pipe put in a file's place cannot hang the open.
+    fd = ::openat(parent, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  }
+  if (fd < 0) {
+    if (errno == ELOOP || errno == ENOTDIR)
+      errno = ENOENT;
+    return -1;
+  }
+  struct stat status;
+  if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    ::close(fd);
+    errno = EINVAL;
+    return -1;
+  }
+  if (info)
+    *info = status;
   return fd;  // O_NONBLOCK changes nothing for a regular file
 }
 
-std::optional<std::string> readAll(int fd, std::uint64_t limit) {
-  std::string data;
+std::optional<std::string> readAll(int fd, std::uint64_t limit, std::int64_t size) {
   struct stat info;
-  if (::fstat(fd, &info) == 0 && info.st_size > 0) {
-    if (static_cast<std::uint64_t>(info.st_size) > limit)
-      return std::nullopt;
-    data.reserve(static_cast<std::size_t>(info.st_size));
-  }
-  char buffer[64 * 1024];
+  if (size < 0 && ::fstat(fd, &info) == 0)
+    size = info.st_size;
+  if (size > 0 && static_cast<std::uint64_t>(size) > limit)
+    return std::nullopt;
+  // Read straight into the result; one byte more than the size shows the end at once.
+  std::string data(size > 0 ? static_cast<std::size_t>(size) + 1 : 64 * 1024, '\0');
+  std::size_t done = 0;
   for (;;) {
-    const ssize_t count = ::read(fd, buffer, sizeof buffer);
+    if (done == data.size())
+      data.resize(data.size() * 2);
+    const ssize_t count = ::read(fd, &data[done], data.size() - done);
     if (count < 0 && errno == EINTR)
       continue;
     if (count < 0)
       return std::nullopt;
     if (count == 0)
-      return data;
-    data.append(buffer, static_cast<std::size_t>(count));
-    if (data.size() > limit)
+      break;
+    done += static_cast<std::size_t>(count);
+    if (done > limit)
       return std::nullopt;
   }
+  data.resize(done);
+  return data;
 }
 
 std::optional<std::string> Beneath::read(const std::string& path, std::uint64_t limit) {
-  const int fd = openFile(path);
+  struct stat info;
+  const int fd = openFile(path, &info);
   if (fd < 0)
     return std::nullopt;
-  std::optional<std::string> data = readAll(fd, limit);
+  std::optional<std::string> data = readAll(fd, limit, info.st_size);
   ::close(fd);
   return data;
 }

@@ -44,8 +44,9 @@ public:
   /// The status of the entry at a path other than the top, link not followed; nothing when
   /// absent.
   std::optional<struct stat> status(const std::string& path);
-  /// A new read descriptor for a regular file, or -1.
-  int openFile(const std::string& path);
+  /// A new read descriptor for a regular file, or -1 with errno set (ENOENT when nothing is
+  /// there, EINVAL when it is no regular file); info, when given, takes the file's status.
+  int openFile(const std::string& path, struct stat* info = nullptr);
   /// The bytes of a regular file; nothing when absent, unreadable or larger than limit.
   std::optional<std::string> read(const std::string& path, std::uint64_t limit = kMaxFileSize);
   std::vector<Listed> list(const std::string& path);
@@ -61,6 +62,9 @@ public:
 
 private:
   int openChild(int parent, const std::string& name);
+  // openFile() in one system call that refuses every link on the way; -2 where the kernel
+  // cannot, or the path needs the checks made step by step.
+  int openResolved(const std::string& path);
   bool hidden(int parent, const std::string& name) const;
   void remember(const std::string& path, int fd);
 
@@ -74,8 +78,9 @@ private:
 bool removeContents(int dirFd);
 /// Writes all of data to fd; false with errno set on failure.
 bool writeAll(int fd, const char* data, std::size_t size);
-/// Reads a whole descriptor; nothing on failure or past limit.
-std::optional<std::string> readAll(int fd, std::uint64_t limit);
+/// Reads a whole descriptor; nothing on failure or past limit. size, when known, is what
+/// the file holds, which saves asking.
+std::optional<std::string> readAll(int fd, std::uint64_t limit, std::int64_t size = -1);
 
 }  // namespace detail
 }  // namespace project

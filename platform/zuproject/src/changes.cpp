@@ -218,6 +218,31 @@ std::vector<Listed> Changes::list(const std::string& dir) const {
   return result;
 }
 
+bool Changes::showsSource(const std::string& path) const {
+  if (!m_source || m_source->outdated())
+    return false;
+  if (m_nodes.empty())
+    return true;
+  if (path.empty() || m_nodes.count(path))
+    return false;
+  const std::string below = path + '/';
+  const auto next = m_nodes.lower_bound(below);
+  if (next != m_nodes.end() && next->first.compare(0, below.size(), below) == 0)
+    return false;
+  // Above it, only directories the view merely made or holds changes in.
+  for (std::size_t end = 0;;) {
+    const auto found = m_nodes.find(path.substr(0, end));
+    if (found != m_nodes.end()) {
+      const Node& node = found->second;
+      if (node.type != Node::Dir || node.from || node.opaque || !node.local.empty())
+        return false;
+    }
+    end = path.find('/', end + (end ? 1 : 0));
+    if (end == std::string::npos)
+      return true;
+  }
+}
+
 std::optional<std::string> Changes::read(const std::string& path) const {
   const Place place = resolve(path, false);
   if (place.kind != Kind::File)

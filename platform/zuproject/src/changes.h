@@ -59,6 +59,9 @@ public:
   Place resolve(const std::string& path, bool checkLast = true) const;
   std::vector<Listed> list(const std::string& dir) const;
   std::optional<std::string> read(const std::string& path) const;
+  /// Whether reading at path, and below it, reads the own source at the same paths: no
+  /// change lies there or over it.
+  bool showsSource(const std::string& path) const;
   FILE* openRead(const std::string& path) const;
 
   /// Paths are normal and inside; failures throw Exception (PathNotFound when absent).

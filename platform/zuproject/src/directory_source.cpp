@@ -30,16 +30,22 @@ bool DirectorySource::startsWith(std::map<std::string, Stamp>::const_iterator it
   return it != m_stamps.end() && it->first.compare(0, prefix.size(), prefix) == 0;
 }
 
-void DirectorySource::note(const std::string& path, const std::optional<struct stat>& info) {
-  if (info && S_ISREG(info->st_mode))
-    m_stamps.emplace(path, stampOf(*info));
+bool DirectorySource::noted(const std::string& path) {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  return m_stamps.count(path) != 0;
 }
 
-Kind DirectorySource::kind(const std::string& path) {
+void DirectorySource::note(const std::string& path, const std::optional<struct stat>& info) {
+  if (!info || !S_ISREG(info->st_mode))
+    return;
   std::lock_guard<std::recursive_mutex> lock(m_mutex);
-  if (path.empty() || m_stamps.count(path))
-    return m_files->kind(path);
-  const std::optional<struct stat> info = m_files->status(path);
+  m_stamps.emplace(path, stampOf(*info));
+}
+
+Kind DirectorySource::kindVia(Beneath& files, const std::string& path) {
+  if (path.empty() || noted(path))
+    return files.kind(path);
+  const std::optional<struct stat> info = files.status(path);
   note(path, info);
   return !info                    ? Kind::None
          : S_ISREG(info->st_mode) ? Kind::File
@@ -47,22 +53,75 @@ Kind DirectorySource::kind(const std::string& path) {
                                   : Kind::None;
 }
 
-std::optional<std::string> DirectorySource::read(const std::string& path) {
-  std::lock_guard<std::recursive_mutex> lock(m_mutex);
-  if (!path.empty() && !m_stamps.count(path))
-    note(path, m_files->status(path));
+std::optional<std::string> DirectorySource::readVia(Beneath& files, const std::string& path,
+                                                    bool* isFile) {
+  if (isFile)
+    *isFile = false;
+  if (path.empty())
+    return std::nullopt;
+  // Opened first, so that the status taken is the one of the file read.
+  struct stat info;
+  const int fd = files.openFile(path, &info);
+  if (fd < 0) {
+    const int error = errno;
+    const std::optional<struct stat> there = error == ENOENT ? std::nullopt : files.status(path);
+    const bool regular = there && S_ISREG(there->st_mode);
+    if (regular) {
+      if (!noted(path))
+        note(path, there);
+      noteUnreadable(path, error);
+    }
+    if (isFile)
+      *isFile = regular;
+    return std::nullopt;
+  }
+  if (isFile)
+    *isFile = true;
+  if (!noted(path))
+    note(path, info);
   errno = 0;
-  std::optional<std::string> bytes = m_files->read(path);
+  std::optional<std::string> bytes = readAll(fd, kMaxFileSize, info.st_size);
+  const int error = errno;
+  ::close(fd);
   if (!bytes)
-    noteIfUnreadable(path, errno);
+    noteUnreadable(path, error);
   return bytes;
 }
 
-void DirectorySource::noteIfUnreadable(const std::string& path, int error) {
-  const std::optional<struct stat> info = m_files->status(path);
+std::vector<Listed> DirectorySource::listVia(Beneath& files, const std::string& dir) {
+  std::vector<Listed> entries = files.list(dir);
+  {
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    m_listed.insert(dir);
+  }
+  // A file listed was seen: removing it later with its folder is no conflict.
+  for (const Listed& entry : entries) {
+    const std::string path = joinPath(dir, entry.name);
+    if (!entry.dir && !noted(path))
+      note(path, files.status(path));
+  }
+  return entries;
+}
+
+void DirectorySource::noteUnreadable(const std::string& path, int error) {
+  noteReadFailure("file \"" + path + "\" could not be read: " +
+                  (error ? std::generic_category().message(error) : "too large"));
+}
+
+void DirectorySource::noteIfUnreadable(Beneath& files, const std::string& path, int error) {
+  const std::optional<struct stat> info = files.status(path);
   if (info && S_ISREG(info->st_mode))
-    noteReadFailure("file \"" + path + "\" could not be read: " +
-                    (error ? std::generic_category().message(error) : "too large"));
+    noteUnreadable(path, error);
+}
+
+Kind DirectorySource::kind(const std::string& path) {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  return kindVia(*m_files, path);
+}
+
+std::optional<std::string> DirectorySource::read(const std::string& path) {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  return readVia(*m_files, path, nullptr);
 }
 
 FILE* DirectorySource::open(const std::string& path) {
@@ -74,7 +133,7 @@ FILE* DirectorySource::open(const std::string& path) {
     errno = 0;
     fd = m_files->openFile(path);
     if (fd < 0)
-      noteIfUnreadable(path, errno);
+      noteIfUnreadable(*m_files, path, errno);
   }
   if (fd < 0)
     return nullptr;
@@ -86,15 +145,37 @@ FILE* DirectorySource::open(const std::string& path) {
 
 std::vector<Listed> DirectorySource::list(const std::string& dir) {
   std::lock_guard<std::recursive_mutex> lock(m_mutex);
-  std::vector<Listed> entries = m_files->list(dir);
-  m_listed.insert(dir);
-  // A file listed was seen: removing it later with its folder is no conflict.
-  for (const Listed& entry : entries) {
-    const std::string path = joinPath(dir, entry.name);
-    if (!entry.dir && !m_stamps.count(path))
-      note(path, m_files->status(path));
+  return listVia(*m_files, dir);
+}
+
+namespace {
+
+// Reads through directories of its own, so that it never waits for another thread's reads;
+// only the notes on what was read are shared.
+class DirectoryReader : public Source::Reader {
+public:
+  DirectoryReader(DirectorySource& source, int rootFd)
+      : m_source(source), m_files(rootFd, kPendingName) {}
+  Kind kind(const std::string& path) override { return m_source.kindVia(m_files, path); }
+  std::optional<std::string> read(const std::string& path, bool* isFile) override {
+    return m_source.readVia(m_files, path, isFile);
   }
-  return entries;
+  std::vector<Listed> list(const std::string& dir) override {
+    return m_source.listVia(m_files, dir);
+  }
+
+private:
+  DirectorySource& m_source;
+  Beneath m_files;
+};
+
+}  // namespace
+
+std::unique_ptr<Source::Reader> DirectorySource::reader() {
+  const int fd = ::openat(m_files->rootFd(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0)
+    return Source::reader();
+  return std::make_unique<DirectoryReader>(*this, fd);
 }
 
 void DirectorySource::forget() {

@@ -32,6 +32,7 @@ public:
   std::optional<std::string> read(const std::string& path) override;
   FILE* open(const std::string& path) override;
   std::vector<Listed> list(const std::string& dir) override;
+  std::unique_ptr<Reader> reader() override;
   void forget() override;
   std::vector<std::string> changedOnDisk() override;
   std::string wrapper() const override { return m_wrapper; }
@@ -46,6 +47,13 @@ public:
   /// Whether this source knows what was at path: it read the file, or listed its directory.
   /// A file it never knew of is no sign of another writer when its directory goes whole.
   bool knows(const std::string& path);
+
+  /// The steps of kind(), read() and list() through files: the source's own, or a reader's.
+  /// They take the lock only to note what they read. isFile, when given, tells whether a
+  /// regular file is at the path read, read or not.
+  Kind kindVia(Beneath& files, const std::string& path);
+  std::optional<std::string> readVia(Beneath& files, const std::string& path, bool* isFile);
+  std::vector<Listed> listVia(Beneath& files, const std::string& dir);
 
   /// The directory's own path, also for one in scratch.
   const std::string& root() const { return m_path; }
@@ -69,11 +77,13 @@ private:
   // The directories listed, whose files not noted in m_stamps came after.
   std::set<std::string> m_listed;
 
+  bool noted(const std::string& path);
   void note(const std::string& path, const std::optional<struct stat>& info);
   // What this process's save made at path is seen: it is no other writer's.
   void noteTree(const std::string& path);
   // After a read of path failed with error: a file there is no longer whole in any view.
-  void noteIfUnreadable(const std::string& path, int error);
+  void noteIfUnreadable(Beneath& files, const std::string& path, int error);
+  void noteUnreadable(const std::string& path, int error);
   // Whether it points at a stamp whose path begins with prefix, as all those below it do.
   bool startsWith(std::map<std::string, Stamp>::const_iterator it, const std::string& prefix) const;
 };

@@ -76,6 +76,22 @@ std::optional<std::string> normalizeModelPath(const QString& path) {
   return normalizeSteps(bytes, true);
 }
 
+std::optional<std::string> normalized(const QString& path) {
+  std::optional<std::string> result = normalizeModelPath(path);
+  if (result && !result->empty() &&
+      (isWithin(*result, kPendingName) || holdsForeignMetadata(*result)))
+    return std::nullopt;
+  return result;
+}
+
+QByteArray toQByteArray(const std::optional<std::string>& bytes) {
+  if (!bytes)
+    return QByteArray();
+  QByteArray data("");  // empty, not null, for an empty file
+  data.append(bytes->data(), static_cast<int>(bytes->size()));
+  return data;
+}
+
 bool holdsForeignMetadata(const std::string& path) {
   for (std::size_t start = 0;;) {
     const std::size_t slash = path.find('/', start);

@@ -5,6 +5,7 @@
 
 #include <zu/project/file_system.h>
 
+#include <QByteArray>
 #include <QString>
 
 #include <filesystem>
@@ -35,6 +36,11 @@ std::optional<std::string> normalizeSteps(const std::string& path, bool allowPar
 /// A model path made relative and normal ("./a/../b" is "b", "" is the top); nothing when
 /// it would leave the model or holds a NUL character.
 std::optional<std::string> normalizeModelPath(const QString& path);
+/// A model path in normal form, or nothing for one that leaves the model or names the
+/// reserved pending entry or another tool's metadata.
+std::optional<std::string> normalized(const QString& path);
+/// A file's bytes as a model hands them out: null when absent, empty (not null) when empty.
+QByteArray toQByteArray(const std::optional<std::string>& bytes);
 
 /// Whether a step of the "/"-separated path is what version control or macOS keeps for
 /// itself (isForeignMetadata()).

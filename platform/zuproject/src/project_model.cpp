@@ -8,6 +8,7 @@
 #include "full_write.h"
 #include "metadata_file.h"
 #include "paths.h"
+#include "project_model_private.h"
 #include "streams.h"
 
 #include <krserial/xml_document.h>
@@ -30,64 +31,7 @@ const char kMetadataFile[] = ".metadata";
 // How long a save back to the source waits for another writer to finish.
 const int kLockWaitMs = 10000;
 
-// A model path in normal form, or nothing for one that leaves the model or names the
-// reserved pending entry or another tool's metadata.
-std::optional<std::string> normalized(const QString& path) {
-  std::optional<std::string> result = normalizeModelPath(path);
-  if (result && !result->empty() &&
-      (isWithin(*result, kPendingName) || holdsForeignMetadata(*result)))
-    return std::nullopt;
-  return result;
-}
-
-QByteArray toQByteArray(const std::optional<std::string>& bytes) {
-  if (!bytes)
-    return QByteArray();
-  QByteArray data("");  // empty, not null, for an empty file
-  data.append(bytes->data(), static_cast<int>(bytes->size()));
-  return data;
-}
-
 }  // namespace
-
-struct ProjectModel::Private {
-  std::shared_ptr<Changes> changes = std::make_shared<Changes>(nullptr);
-  QString sourcePath;
-  ArchiveFormat sourceFormat = ArchiveFormat_Auto;
-
-  // The normal form of a path for an operation that changes something.
-  static std::string checked(const QString& path) {
-    std::optional<std::string> result = normalized(path);
-    if (!result)
-      throw PathNotFound(toUtf8(path));
-    return *result;
-  }
-  // The same for a path the operation makes: a name no file system here could hold would
-  // stop every later save half-way, so it never comes in.
-  static std::string made(const QString& path) {
-    std::string result = checked(path);
-    if (!holdsLongName(result))
-      return result;
-    throw Exception(result + ": a name in it is too long (more than " + std::to_string(NAME_MAX) +
-                    " bytes)");
-  }
-  static bool holdsLongName(const std::string& path) {
-    for (std::size_t start = 0; start < path.size();) {
-      const std::size_t slash = std::min(path.find('/', start), path.size());
-      if (slash - start > NAME_MAX)
-        return true;
-      start = slash + 1;
-    }
-    return false;
-  }
-
-  // What is at a path already in normal form.
-  Kind kind(const std::string& path) const { return changes->resolve(path).kind; }
-  Kind kind(const QString& path) const {
-    const std::optional<std::string> path8 = normalized(path);
-    return path8 ? kind(*path8) : Kind::None;
-  }
-};
 
 ProjectModel::ProjectModel(QObject* parent) : QObject(parent), d(new Private) {}
 
@@ -280,6 +224,11 @@ bool ProjectModel::sourceChanged() const {
   const std::shared_ptr<Source>& source = d->changes->source();
   return source && !d->sourcePath.isEmpty() &&
          (d->changes->overwritten() || source->outdated() || !source->changedOnDisk().empty());
+}
+
+bool ProjectModel::showsSource(const QString& path) const {
+  const std::optional<std::string> normal = normalized(path);
+  return normal && d->changes->showsSource(*normal);
 }
 
 QString ProjectModel::getMetadata(const QString& key) const {

@@ -38,6 +38,33 @@ std::optional<Stamp> stampAt(const std::string& path) {
 
 Source::~Source() = default;
 
+Source::Reader::~Reader() = default;
+
+namespace {
+
+// Every source guards its own calls, so a reader may simply take its turn.
+class SharedReader : public Source::Reader {
+public:
+  explicit SharedReader(Source& source) : m_source(source) {}
+  Kind kind(const std::string& path) override { return m_source.kind(path); }
+  std::optional<std::string> read(const std::string& path, bool* isFile) override {
+    std::optional<std::string> bytes = m_source.read(path);
+    if (isFile)
+      *isFile = bytes || m_source.kind(path) == Kind::File;
+    return bytes;
+  }
+  std::vector<Listed> list(const std::string& dir) override { return m_source.list(dir); }
+
+private:
+  Source& m_source;
+};
+
+}  // namespace
+
+std::unique_ptr<Source::Reader> Source::reader() {
+  return std::make_unique<SharedReader>(*this);
+}
+
 FILE* Source::open(const std::string& path) {
   std::optional<std::string> bytes = read(path);
   return bytes ? openMemory(std::move(*bytes)) : nullptr;

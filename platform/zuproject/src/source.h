@@ -60,7 +60,20 @@ extern const char* const kPendingName;
 
 class Source {
 public:
+  /// Reads a source from one thread while other readers, and the source itself, read from
+  /// others; what it reads is noted by the source as its own reads are.
+  class Reader {
+  public:
+    virtual ~Reader();
+    virtual Kind kind(const std::string& path) = 0;
+    /// read(); isFile, when given, tells whether a regular file is there, read or not.
+    virtual std::optional<std::string> read(const std::string& path, bool* isFile) = 0;
+    virtual std::vector<Listed> list(const std::string& dir) = 0;
+  };
+
   virtual ~Source();
+  /// A reader for one more thread; by default one that takes turns with every other.
+  virtual std::unique_ptr<Reader> reader();
   /// The form this source was read as.
   virtual ArchiveFormat format() const = 0;
   /// The path it was loaded from; empty for a source in scratch.

@@ -88,6 +88,10 @@ public:
   /// changed; for a directory source read again from disk. Empty when dir is not there.
   QStringList sourceDirectories(const QString& dir) const;
 
+  /// Whether what the model shows at path, and below it, is its source as read: no change of
+  /// the model lies there. A SourceReader reads there what the model would.
+  bool showsSource(const QString& path) const;
+
   /// A metadata value; "" when unset.
   QString getMetadata(const QString& key) const;
   /// Sets a metadata value, written at once to the ".metadata" file at the top.
@@ -129,6 +133,7 @@ public:
   QString getFileLocalPath(const QString& path) const;
 
 private:
+  friend class SourceReader;
   struct Private;
   std::unique_ptr<Private> d;
 };
