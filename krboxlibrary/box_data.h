@@ -23,6 +23,8 @@
 namespace KR {
 
 class XmlElement;
+// The values read from a box file; internal.
+struct BoxValues;
 
 /// What the library panel shows of one box: its tooltip, bitmaps, expanded-bitmap flag and
 /// whether it is a behavior.
@@ -96,7 +98,11 @@ signals:
 
 private:
   friend class BoxLibraryEditor;
+  friend class BoxLibraryNode;
   BoxData() = default;
+  // Box data for node with the values read from its box file.
+  BoxData(BoxLibraryNode* node, const BoxValues& values);
+  void take(const BoxValues& values);
   // Writes one change into the box file: the reason of a failure, "" on success.
   std::string writeTooltip(const QString& tooltip);
   std::string writeBitmaps(const QList<QString>& bitmaps);

@@ -99,6 +99,14 @@ public:
   /// Appends to paths the path() of every behavior box at and below node, depth-first.
   static void xFindBehaviors(const BoxLibraryNode* node, QStringList& paths);
 
+  /// How many threads read and parse a library's files while its tree is read, beside the
+  /// caller's thread, which builds the nodes: as set by setReadThreads(), else as the
+  /// KRBOX_READ_THREADS environment variable says, else one per core the process may use.
+  static int readThreads();
+  /// Sets readThreads() for every library of the process; 0 reads on the caller's thread
+  /// alone, and a negative count leaves it to the environment and the machine again.
+  static void setReadThreads(int count);
+
 signals:
   /// The title was changed by setTitle().
   void titleChanged(const QString& title);

@@ -27,6 +27,9 @@ namespace KR {
 class BoxData;
 class BoxLibrary;
 class XmlElement;
+// What a tree read takes from a node's files; internal.
+struct BoxValues;
+struct DirectoryRead;
 
 /// The resource files of a box directory: every file in it but the box file and ".metadata".
 /// Valid only while the library owning project is alive.
@@ -220,7 +223,7 @@ private slots:
 private:
   // path() followed by "/", or "" for the top of the project: where this node's files go.
   QString directoryPrefix() const;
-  void initBoxFromProject(const boost::shared_ptr<XmlElement>& box);
+  void initBoxFromProject(const BoxValues& values);
   // saveBox() without its log line: the reason of a failure, "" on success; file is set to
   // the box file meant, once known.
   std::string writeBox(const boost::shared_ptr<XmlElement>& element, bool isBehavior,
@@ -242,16 +245,16 @@ private:
                                   bool expanded, const std::vector<std::string>& names);
   BoxLibraryNode* insertNewFolder(int index, const std::string& name, bool expanded);
   void relay(BoxLibraryNode* child);
-  void initFolderFromProject(const QString& prefix);
+  void initFolderFromProject(const QString& prefix, const DirectoryRead& read);
   // The file names of the folder's children in the order a read gives them (listed ones
   // first, then the rest) and its expanded state, from the listing and directories at
   // prefix; with report, what it reconciles goes to the library's problems.
   std::vector<std::string> readChildOrder(const QString& prefix, bool& expanded, bool report);
+  // The same from what was read of the directory at prefix.
+  std::vector<std::string> childOrder(const QString& prefix, const DirectoryRead& read,
+                                      bool& expanded, bool report);
   // escapeFileName() of a name already in UTF-16, as listings hold them.
   static QString escapedName(const QString& name);
-  // loadBox() that also gives the box file meant (once known) and why it did not read ("" when
-  // it did, or when there is none).
-  boost::shared_ptr<XmlElement> readBoxFile(QString& file, QString& problem) const;
   // Hands a problem the tree read found to the library, when there is one; the node concerned
   // is this one, or its child of that display name.
   void reportProblem(BoxLibraryProblem::Kind kind, const QString& file, const QString& problem,

@@ -2,6 +2,7 @@
 
 #include <krserial/xml_element.h>
 
+#include "box_values.h"
 #include "refusal.h"
 #include "text.h"
 #include "tooltip_tags.h"
@@ -15,12 +16,11 @@ namespace KR {
 
 namespace {
 
+using vocabulary::kBitmapElement;
+using vocabulary::kBitmapExpandedAttribute;
+using vocabulary::kBitmapsElement;
 using vocabulary::kNameAttribute;
 using vocabulary::kTooltipAttribute;
-
-const char kBitmapExpandedAttribute[] = "bitmap_expanded";
-const char kBitmapsElement[] = "Bitmaps";
-const char kBitmapElement[] = "bitmap";
 
 }  // namespace
 
@@ -30,15 +30,18 @@ BoxData::BoxData(BoxLibraryNode* node, boost::shared_ptr<const XmlElement> box)
     refusal::warn("BoxData", "Refused an empty box element: the box has no values");
     return;
   }
-  if (box->hasAttribute(kTooltipAttribute))
-    Serial::load(box->attribute(kTooltipAttribute, std::string()), m_tooltip);
-  for (const XmlElement::Ptr& bitmap : box->children(kBitmapElement, kBitmapsElement)) {
-    if (bitmap->hasText())
-      m_bitmaps.append(text::fromUtf8(bitmap->text()));
-  }
-  // A missing or unreadable value leaves the default, expanded.
-  box->getAttribute(kBitmapExpandedAttribute, m_bitmapExpanded);
-  m_behavior = isBehavior(box);
+  take(boxfile::values(*box));
+}
+
+BoxData::BoxData(BoxLibraryNode* node, const BoxValues& values) : QObject(node), m_node(node) {
+  take(values);
+}
+
+void BoxData::take(const BoxValues& values) {
+  m_tooltip = values.tooltip;
+  m_bitmaps = values.bitmaps;
+  m_bitmapExpanded = values.bitmapExpanded;
+  m_behavior = values.behavior;
 }
 
 QStringList BoxData::tags() const {

@@ -11,6 +11,7 @@
 #include <zu/project/project.h>
 #include <zu/project/project_model.h>
 
+#include "box_values.h"
 #include "refusal.h"
 #include "text.h"
 #include "tooltip_tags.h"
@@ -35,62 +36,22 @@ QString boxFileName(const zu::project::ProjectModel& model, const QString& dir) 
   return model.hasFile(behavior) ? behavior : dir + QLatin1String(kBoxFile);
 }
 
-int boxFileVersion(const XmlElement& root) {
-  int version = BoxConstants::a_defaultBxdVersion;
-  root.getAttribute(kVersionAttribute, version);
-  return version;
-}
-
-// Why root is not a current box file, in box or project form; "" when it is. Older ones are
-// not migrated.
-QString boxFileRefusal(const XmlElement& root) {
-  const bool project = root.name() == BoxConstants::a_projectTag;
-  if (root.name() != BoxConstants::a_boxBxdBeacon && !project)
-    return QStringLiteral("its root element is \"%1\"").arg(text::fromUtf8(root.name()));
-  if (project && root.attribute(kSchemaAttribute, std::string()) != BoxConstants::a_projectXsd)
-    return QStringLiteral("its project schema is not \"%1\"")
-        .arg(QLatin1String(BoxConstants::a_projectXsd));
-  const int version = boxFileVersion(root);
-  if (version != BoxConstants::a_currentBxdVersion)
-    return QStringLiteral("it is version %1; this library reads version %2")
-        .arg(version)
-        .arg(BoxConstants::a_currentBxdVersion);
-  return QString();
-}
-
 }  // namespace
 
 XmlElement::Ptr BoxLibraryNode::loadBox() const {
-  QString file;
-  QString problem;
-  return readBoxFile(file, problem);
-}
-
-XmlElement::Ptr BoxLibraryNode::readBoxFile(QString& file, QString& problem) const {
   zu::project::ProjectModel* model = project();
   if (!model)
     return XmlElement::Ptr();
-  const QString dir = directoryPrefix();
-  file = boxFileName(*model, dir);
-  FILE* stream = model->fopen(file, "rb");
+  FILE* stream = model->fopen(boxFileName(*model, directoryPrefix()), "rb");
   if (!stream)
     return XmlElement::Ptr();
-  std::string parseError;
-  const XmlDocument::Ptr document = XmlDocument::loadFromXmlFile(stream, &parseError, nullptr);
+  const XmlDocument::Ptr document = XmlDocument::loadFromXmlFile(stream, nullptr, nullptr);
   std::fclose(stream);
-  if (!document || !document->root())
-    problem = QStringLiteral("it is not XML: ") + text::fromUtf8(parseError);
-  else
-    problem = boxFileRefusal(*document->root());
-  if (!problem.isEmpty())
+  if (!document || !document->root() || !boxfile::refusal(*document->root()).isEmpty())
     return XmlElement::Ptr();
   // The document dies here, so its box element is the caller's own without a copy: free to
   // change without touching the file.
-  XmlElement::Ptr box = document->root()->firstChild(BoxConstants::a_boxBeacon);
-  if (!box)
-    problem =
-        QStringLiteral("it has no \"%1\" element").arg(QLatin1String(BoxConstants::a_boxBeacon));
-  return box;
+  return document->root()->firstChild(BoxConstants::a_boxBeacon);
 }
 
 QByteArray BoxLibraryNode::loadBoxData() const {
@@ -112,11 +73,11 @@ void BoxLibraryNode::setBoxDataInternal(boost::shared_ptr<BoxData> data) {
   connect(data.get(), &BoxData::bitmapExpandedChanged, this, &BoxLibraryNode::onBoxDataChanged);
 }
 
-void BoxLibraryNode::initBoxFromProject(const XmlElement::Ptr& box) {
+void BoxLibraryNode::initBoxFromProject(const BoxValues& values) {
   m_expanded = false;
-  setBoxDataInternal(boost::shared_ptr<BoxData>(new BoxData(this, box)));
+  setBoxDataInternal(boost::shared_ptr<BoxData>(new BoxData(this, values)));
   // One behavior is enough; loading never clears the flag.
-  if (m_boxData->behavior()) {
+  if (values.behavior) {
     if (BoxLibrary* owner = library())
       owner->setBehaviorCompatible(true);
   }

@@ -3,6 +3,7 @@
 #include <krserial/xml_element.h>
 #include <zu/project/project_model.h>
 
+#include "directory_read.h"
 #include "editor_private.h"
 #include "text.h"
 #include "vocabulary.h"
@@ -54,15 +55,14 @@ bool BoxLibraryEditor::Private::take(const QString& path, const BoxLibraryNode* 
 void BoxLibraryEditor::Private::syncBox(BoxLibraryNode* box, Changed& changed) {
   if (!take(box->path(), box))
     return;
-  QString file;
-  QString unread;
-  const XmlElement::Ptr element = box->readBoxFile(file, unread);
-  if (!element) {
+  ModelFiles files(*library->projectModel());
+  const std::optional<BoxValues> values = readBoxDirectory(files, box->directoryPrefix()).box;
+  if (!values) {
     // No box any more: its folder reads the directory anew.
     syncFolder(box->m_parent, changed, box);
     return;
   }
-  const BoxData fresh(nullptr, element);
+  const BoxData fresh(nullptr, *values);
   BoxData& data = *box->m_boxData;
   const auto note = [&] {
     if (changed.isEmpty() || changed.back() != box)

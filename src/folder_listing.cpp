@@ -5,9 +5,11 @@
 #include <krserial/xml_element.h>
 #include <zu/project/project_model.h>
 
+#include "directory_read.h"
 #include "listing_xml.h"
 #include "refusal.h"
 #include "text.h"
+#include "tree_read_ahead.h"
 #include "tree_read_progress.h"
 #include "vocabulary.h"
 
@@ -20,13 +22,6 @@ namespace KR {
 namespace {
 
 using vocabulary::kListingFile;
-
-// The listing at path into listing; false when it is missing or no listing, which both read
-// as no listing at all.
-bool readListing(zu::project::ProjectModel& model, const QString& path, FolderListing& listing) {
-  const QByteArray text = model.readFile(path);
-  return !text.isNull() && listing.read(text);
-}
 
 BoxLibraryProblem::Kind listingProblem(FolderListing::Error error) {
   return error == FolderListing::ConflictMarkers ? BoxLibraryProblem::ConflictedListing
@@ -93,35 +88,41 @@ BoxLibraryNode* BoxLibraryNode::appendChildFromProject(const std::string& fileNa
 }
 
 void BoxLibraryNode::initFromProject() {
-  if (!project())
+  zu::project::ProjectModel* model = project();
+  if (!model)
     return;
   m_name = unEscapeFileName(m_fileName);
+  TreeReadAhead readAhead(*model);
+  const DirectoryRead read = readAhead.take(directoryPrefix());
   // A directory is a box exactly when it holds an acceptable box file; anything else,
   // including a box file of an old version, reads as a folder.
-  QString boxFile;
-  QString unread;
-  if (const XmlElement::Ptr box = readBoxFile(boxFile, unread)) {
-    initBoxFromProject(box);
-    const QLatin1String behaviorFile(vocabulary::kBehaviorFile);
-    if (boxFile.endsWith(behaviorFile)) {
-      const QString ignored =
-          boxFile.left(boxFile.size() - behaviorFile.size()) + QLatin1String(vocabulary::kBoxFile);
-      if (project()->hasFile(ignored))
-        reportProblem(BoxLibraryProblem::IgnoredBoxFile, ignored,
-                      QStringLiteral("a behavior.bxd is beside it, and only that one is read"));
+  if (read.box) {
+    initBoxFromProject(*read.box);
+    if (read.ignoredBoxFile) {
+      const QString behaviorFile = QLatin1String(vocabulary::kBehaviorFile);
+      reportProblem(BoxLibraryProblem::IgnoredBoxFile,
+                    read.boxFile.left(read.boxFile.size() - behaviorFile.size()) +
+                        QLatin1String(vocabulary::kBoxFile),
+                    QStringLiteral("a behavior.bxd is beside it, and only that one is read"));
     }
     return;
   }
-  if (!unread.isEmpty())
-    reportProblem(BoxLibraryProblem::UnreadableBoxFile, boxFile,
+  if (!read.unread.isEmpty())
+    reportProblem(BoxLibraryProblem::UnreadableBoxFile, read.boxFile,
                   QStringLiteral("the box file does not read (%1), so its directory reads as a "
                                  "folder")
-                      .arg(unread));
-  initFolderFromProject(directoryPrefix());
+                      .arg(read.unread));
+  initFolderFromProject(directoryPrefix(), read);
 }
 
-void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
-  const std::vector<std::string> order = readChildOrder(prefix, m_expanded, true);
+void BoxLibraryNode::initFolderFromProject(const QString& prefix, const DirectoryRead& read) {
+  const std::vector<std::string> order = childOrder(prefix, read, m_expanded, true);
+  TreeReadAhead readAhead(*project());
+  QStringList prefixes;
+  prefixes.reserve(static_cast<int>(order.size()));
+  for (const std::string& fileName : order)
+    prefixes.append(prefix + text::fromUtf8(fileName) + QLatin1Char('/'));
+  readAhead.request(prefixes);
   TreeReadProgress progress(order.size());
   for (const std::string& fileName : order) {
     appendChildFromProject(fileName);
@@ -133,10 +134,18 @@ void BoxLibraryNode::initFolderFromProject(const QString& prefix) {
 
 std::vector<std::string> BoxLibraryNode::readChildOrder(const QString& prefix, bool& expanded,
                                                         bool report) {
-  zu::project::ProjectModel* model = project();
+  ModelFiles files(*project());
+  DirectoryRead read;
+  readFolderDirectory(files, prefix, read);
+  return childOrder(prefix, read, expanded, report);
+}
+
+std::vector<std::string> BoxLibraryNode::childOrder(const QString& prefix,
+                                                    const DirectoryRead& read, bool& expanded,
+                                                    bool report) {
   const QString listingFile = prefix + kListingFile;
   FolderListing listing;
-  const bool listed = readListing(*model, listingFile, listing);
+  const bool listed = !read.listing.isNull() && listing.read(read.listing);
   expanded = listed && listing.isExpanded();
 
   // Only the folder's own subdirectories, byte-wise sorted: files (the listing, stray files)
@@ -146,9 +155,8 @@ std::vector<std::string> BoxLibraryNode::readChildOrder(const QString& prefix, b
   // A listing written on one system names directories that another stores in another
   // normal form; an exact match still comes first.
   std::unordered_map<std::string, size_t> composedIndex;
-  const QStringList entries = model->getFileList(prefix, true, false, false);
-  present.reserve(static_cast<size_t>(entries.size()));
-  for (const QString& entry : entries) {
+  present.reserve(static_cast<size_t>(read.directories.size()));
+  for (const QString& entry : read.directories) {
     present.push_back(text::toUtf8(entry));
     presentIndex.emplace(present.back(), present.size() - 1);
     if (!text::isAscii(present.back()))
@@ -167,7 +175,7 @@ std::vector<std::string> BoxLibraryNode::readChildOrder(const QString& prefix, b
     return present.size();
   };
 
-  if (report && !listed && model->hasFile(listingFile))
+  if (report && !listed && read.listingFile)
     reportProblem(listingProblem(listing.error()), listingFile,
                   QStringLiteral("the listing is not read: %1; the folder reads collapsed, its "
                                  "children in name order")

@@ -17,6 +17,9 @@ inline constexpr char kNameAttribute[] = "name";
 inline constexpr char kTooltipAttribute[] = "tooltip";
 inline constexpr char kVersionAttribute[] = "bxd_version";
 inline constexpr char kSchemaAttribute[] = "xmlns";
+inline constexpr char kBitmapExpandedAttribute[] = "bitmap_expanded";
+inline constexpr char kBitmapsElement[] = "Bitmaps";
+inline constexpr char kBitmapElement[] = "bitmap";
 
 inline constexpr char kTypeKey[] = "Type";
 inline constexpr char kVersionKey[] = "Version";

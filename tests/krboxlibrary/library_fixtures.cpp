@@ -73,6 +73,18 @@ Listing parseListing(const QByteArray& xml) {
   return listing;
 }
 
+std::string treeText(const KR::BoxLibraryNode& node) {
+  std::string text = node.name() + (node.isExpanded() ? "+" : "");
+  if (node.isBox())
+    text += ": " + node.boxData()->tooltip().toStdString();
+  if (node.childCount() == 0)
+    return text;
+  text += " [";
+  for (const KR::BoxLibraryNode* child : node.childList())
+    text += treeText(*child) + (child == node.childList().back() ? "]" : ", ");
+  return text;
+}
+
 Listing readListing(const zu::project::ProjectModel& model, const QString& path) {
   return parseListing(model.readFile(path.isEmpty() ? "lbfinfo" : path + "/lbfinfo"));
 }

@@ -59,6 +59,10 @@ Listing parseListing(const QByteArray& xml);
 /// Reads the "lbfinfo" of the folder at path ("" for the top) in model.
 Listing readListing(const zu::project::ProjectModel& model, const QString& path);
 
+/// The tree below node on one line: each name, "+" when expanded, ": tooltip" for a box,
+/// and its children in brackets.
+std::string treeText(const KR::BoxLibraryNode& node);
+
 }  // namespace testutil
 
 #endif

@@ -43,18 +43,26 @@ TEST(LibraryProblems, NameEverythingTheReadReconciledInDirectoriesAndZips) {
   const QString dir = temp.filePath("lib"), zip = temp.filePath("lib.zip");
   testutil::writeFixture(dir, kWild);
   testutil::writeZipFixture(zip, kWild);
-  for (const QString& source : {dir, zip}) {
-    SCOPED_TRACE(source.toStdString());
-    const KR::BoxLibrary library(source);
-    const QList<Problem> problems = library.problems();
-    ASSERT_EQ(problems.size(), static_cast<int>(std::size(expected)));
-    for (int i = 0; i < problems.size(); ++i) {
-      const auto& [kind, path, file] = expected[i];
-      EXPECT_EQ(problems[i].kind, kind) << i;
-      EXPECT_EQ(problems[i].path, path) << i;
-      EXPECT_EQ(problems[i].file, file) << i;
+  // However many threads read the files, the tree, its listings and its problems are one.
+  for (const int threads : {0, 1, 3}) {
+    KR::BoxLibrary::setReadThreads(threads);
+    for (const QString& source : {dir, zip}) {
+      SCOPED_TRACE(source.toStdString() + ", threads " + std::to_string(threads));
+      const KR::BoxLibrary library(source);
+      const QList<Problem> problems = library.problems();
+      ASSERT_EQ(problems.size(), static_cast<int>(std::size(expected)));
+      for (int i = 0; i < problems.size(); ++i) {
+        const auto& [kind, path, file] = expected[i];
+        EXPECT_EQ(problems[i].kind, kind) << i;
+        EXPECT_EQ(problems[i].path, path) << i;
+        EXPECT_EQ(problems[i].file, file) << i;
+      }
+      EXPECT_EQ(testutil::treeText(*library.boxRoot()),
+                " [A [Bad, Both: , CON.wav, Kick, Old, Same:, Same:, kick], Fine+ [Box: 1: ], "
+                "Extra [p, q]]");
     }
   }
+  KR::BoxLibrary::setReadThreads(-1);
   // What the library writes itself reads as it is stored.
   KR::BoxLibrary library(dir);
   const std::unique_ptr<KR::BoxLibraryNode> conflicted(library.boxRoot()->child(0));

@@ -1,0 +1,233 @@
+#include "tree_read_ahead.h"
+
+#include <krboxlibrary/box_library.h>
+#include <zu/project/project_model.h>
+#include <zu/project/source_reader.h>
+
+#include <QRunnable>
+#include <QThreadPool>
+
+#include <sched.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace KR {
+
+namespace {
+
+std::atomic<int> g_threads{-1};
+
+int coresAvailable() {
+  cpu_set_t set;
+  if (sched_getaffinity(0, sizeof set, &set) == 0)
+    return std::max(1, CPU_COUNT(&set));
+  return std::max(1u, std::thread::hardware_concurrency());
+}
+
+// A directory queued for the workers.
+struct Slot {
+  enum State { Queued, Claimed, Done };
+  explicit Slot(const QString& prefix) : prefix(prefix) {}
+  const QString prefix;
+  std::atomic<int> state{Queued};
+  DirectoryRead read;
+  bool failed = false;  // the worker's read threw: the caller's own read will tell why
+};
+
+// The directories of one folder, taken front to back.
+struct Batch {
+  std::vector<Slot*> entries;
+  std::size_t next = 0;
+};
+
+}  // namespace
+
+struct TreeReadAhead::Shared {
+  zu::project::ProjectModel* model = nullptr;
+  std::mutex mutex;
+  std::condition_variable queued;  // for the workers: work, or the end
+  std::condition_variable done;    // for the caller: a slot read
+  std::deque<Slot> entries;        // stay where they are, so workers may hold one
+  std::vector<Batch> batches;      // the latest folder on top: depth first, as the tree is read
+  bool stopping = false;
+  QHash<QString, Slot*> byPrefix;
+  std::vector<std::unique_ptr<zu::project::SourceReader>> readers;
+  std::unique_ptr<QThreadPool> pool;
+
+  ~Shared() {
+    if (!pool)
+      return;
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      stopping = true;
+    }
+    queued.notify_all();
+    pool->waitForDone();
+  }
+
+  // Queues the directories at prefixes not queued yet. Under the lock.
+  void queue(const QStringList& prefixes) {
+    Batch batch;
+    for (const QString& prefix : prefixes) {
+      Slot*& slot = byPrefix[prefix];
+      if (slot)
+        continue;
+      entries.emplace_back(prefix);
+      slot = &entries.back();
+      batch.entries.push_back(slot);
+    }
+    if (!batch.entries.empty())
+      batches.push_back(std::move(batch));
+  }
+
+  // The next slot no one claimed yet, claimed; null when there is none. Under the lock.
+  Slot* claimNext() {
+    while (!batches.empty()) {
+      Batch& batch = batches.back();
+      while (batch.next < batch.entries.size()) {
+        Slot* slot = batch.entries[batch.next++];
+        int expected = Slot::Queued;
+        if (slot->state.compare_exchange_strong(expected, Slot::Claimed))
+          return slot;
+      }
+      batches.pop_back();
+    }
+    return nullptr;
+  }
+
+  void work(zu::project::SourceReader& reader) {
+    struct Files : DirectoryFiles {
+      explicit Files(zu::project::SourceReader& reader) : reader(reader) {}
+      bool hasFile(const QString& path) override { return reader.hasFile(path); }
+      QByteArray readFile(const QString& path, bool* isFile) override {
+        return reader.readFile(path, isFile);
+      }
+      QStringList directories(const QString& dir) override { return reader.directories(dir); }
+      zu::project::SourceReader& reader;
+    } files(reader);
+    for (;;) {
+      Slot* slot = nullptr;
+      {
+        std::unique_lock<std::mutex> lock(mutex);
+        queued.wait(lock, [&] { return stopping || (slot = claimNext()) != nullptr; });
+        if (stopping)
+          return;
+      }
+      QStringList below;
+      try {
+        slot->read = readDirectory(files, slot->prefix);
+        // Every subdirectory of a folder is a child: read on, without waiting for the
+        // caller to reach it and take its order from the listing.
+        for (const QString& name : slot->read.directories)
+          below.append(slot->prefix + name + QLatin1Char('/'));
+      } catch (...) {
+        slot->failed = true;
+      }
+      {
+        std::lock_guard<std::mutex> lock(mutex);
+        slot->state = Slot::Done;
+        queue(below);
+      }
+      done.notify_all();
+      if (!below.isEmpty())
+        queued.notify_all();
+    }
+  }
+
+  void start(int workers) {
+    pool = std::make_unique<QThreadPool>();
+    pool->setMaxThreadCount(workers);
+    for (int i = 0; i < workers; ++i) {
+      // Made here: a reader is made on the model's thread, then used on one other.
+      readers.push_back(std::make_unique<zu::project::SourceReader>(*model));
+      zu::project::SourceReader* reader = readers.back().get();
+      pool->start(QRunnable::create([this, reader] { work(*reader); }));
+    }
+  }
+};
+
+namespace {
+
+// The read under way on this thread, if any.
+thread_local TreeReadAhead::Shared* t_current = nullptr;
+
+}  // namespace
+
+TreeReadAhead::TreeReadAhead(zu::project::ProjectModel& model) : m_model(model) {
+  if (t_current && t_current->model == &model) {
+    m_shared = t_current;
+    return;
+  }
+  m_own = std::make_unique<Shared>();
+  m_own->model = &model;
+  m_shared = m_own.get();
+  m_previous = t_current;
+  t_current = m_shared;
+}
+
+TreeReadAhead::~TreeReadAhead() {
+  if (m_own)
+    t_current = m_previous;
+}
+
+void TreeReadAhead::request(const QStringList& prefixes) {
+  Shared& shared = *m_shared;
+  if (prefixes.isEmpty())
+    return;
+  if (!shared.pool) {
+    const int workers = BoxLibrary::readThreads();
+    if (workers < 1)
+      return;
+    shared.start(workers);
+  }
+  {
+    std::lock_guard<std::mutex> lock(shared.mutex);
+    shared.queue(prefixes);
+  }
+  shared.queued.notify_all();
+}
+
+DirectoryRead TreeReadAhead::take(const QString& prefix) {
+  Shared& shared = *m_shared;
+  ModelFiles files(m_model);
+  Slot* slot = nullptr;
+  if (shared.pool) {
+    std::unique_lock<std::mutex> lock(shared.mutex);
+    slot = shared.byPrefix.take(prefix);
+    int state = Slot::Queued;
+    if (!slot || slot->state.compare_exchange_strong(state, Slot::Claimed))
+      slot = nullptr;
+    else if (state != Slot::Done)
+      shared.done.wait(lock, [slot] { return slot->state == Slot::Done; });
+  }
+  // Read here what no worker read, and what the caller's thread changed since.
+  if (!slot || slot->failed || !m_model.showsSource(prefix))
+    return readDirectory(files, prefix);
+  return std::move(slot->read);
+}
+
+int BoxLibrary::readThreads() {
+  const int set = g_threads.load();
+  if (set >= 0)
+    return set;
+  if (const char* text = std::getenv("KRBOX_READ_THREADS")) {
+    char* end = nullptr;
+    const long count = std::strtol(text, &end, 10);
+    if (end != text && *end == '\0' && count >= 0 && count <= 1024)
+      return static_cast<int>(count);
+  }
+  return coresAvailable();
+}
+
+void BoxLibrary::setReadThreads(int count) {
+  g_threads = count < 0 ? -1 : count;
+}
+
+}  // namespace KR
