@@ -252,6 +252,8 @@ void registerLibrary(const std::string& name, const std::shared_ptr<Scene>& scen
     KR::BoxLibraryFilterModel filter;
     filter.setSourceModel(&model);
     firstScreen(filter, QModelIndex(), 0);
+    // The panel's event loop runs before the first key comes.
+    QCoreApplication::processEvents();
     // Typing on: each keystroke narrows or widens the last query.
     const char* const queries[] = {"mo", "mov", "move", "moved", "moved b", "moved bo"};
     int typed = 0;

@@ -53,6 +53,33 @@ void print(const Entry& entry, int depth, std::string& out) {
   }
 }
 
+// The rows a search shows below parent, one path a line.
+void shown(const QAbstractItemModel& model, const QModelIndex& parent, const std::string& prefix,
+           std::string& out) {
+  for (int row = 0; row < model.rowCount(parent); ++row) {
+    const QModelIndex index = model.index(row, 0, parent);
+    const std::string path = prefix + "/" + index.data().toString().toStdString();
+    out += path + "\n";
+    shown(model, index, path, out);
+  }
+}
+
+// The same as the query should give it: the nodes that match, and the folders above them.
+bool kept(const KR::BoxLibraryModel& model, const KR::BoxLibraryQuery& query,
+          const QModelIndex& parent, const std::string& prefix, std::string& out) {
+  bool any = false;
+  for (int row = 0; row < model.rowCount(parent); ++row) {
+    const QModelIndex index = model.index(row, 0, parent);
+    const std::string path = prefix + "/" + index.data().toString().toStdString();
+    std::string below;
+    if (kept(model, query, index, path, below) || query.matches(*model.node(index))) {
+      out += path + "\n" + below;
+      any = true;
+    }
+  }
+  return any;
+}
+
 std::string print(const Entry& entry) {
   std::string out;
   print(entry, 0, out);
@@ -171,12 +198,22 @@ public:
           ok = inserted(folderPath, model.insertCopy(folder, row, *source));
         }
         break;
-      default: m_filter->setFilterText(pick(2) ? QStringLiteral("box") : QString()); break;
+      default: {
+        const QString queries[] = {"box", "E", "new (", "tag:a", "été", ""};
+        m_filter->setFilterText(queries[pick(6)]);
+        break;
+      }
     }
     m_done += ok;
     if (print(current()) != print(m_oracle))
       return fail("the tree differs from the oracle:\n" + print(current()) + "-- expected:\n" +
                   print(m_oracle));
+    std::string search, expected;
+    shown(*m_filter, QModelIndex(), std::string(), search);
+    kept(model, KR::BoxLibraryQuery(m_filter->filterText()), QModelIndex(), std::string(),
+         expected);
+    if (!m_filter->filterText().isEmpty() && search != expected)
+      return fail("the search shows:\n" + search + "-- expected:\n" + expected);
     // An edit makes a new state to come back to; one that changed nothing makes none.
     if (ok && print(m_oracle) != m_states[m_at]) {
       m_states.resize(m_at + 1);

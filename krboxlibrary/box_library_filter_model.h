@@ -4,10 +4,16 @@
 #include <krboxlibrary/box_library_query.h>
 #include <krboxlibrary/krboxmodels_export.h>
 
+#include <QSet>
 #include <QSortFilterProxyModel>
 #include <QString>
 
+#include <memory>
+
 namespace KR {
+
+class BoxLibraryModel;
+class BoxLibraryNode;
 
 /// The search of a library panel: a proxy over a KR::BoxLibraryModel that keeps the nodes
 /// matching a KR::BoxLibraryQuery and the folders above them. The listing order is kept.
@@ -18,6 +24,7 @@ class KRBOXMODELS_EXPORT BoxLibraryFilterModel : public QSortFilterProxyModel {
 public:
   /// A proxy without a source; setSourceModel() gives it a KR::BoxLibraryModel.
   explicit BoxLibraryFilterModel(QObject* parent = nullptr);
+  ~BoxLibraryFilterModel() override;
 
   /// Sets the model to search, KR::BoxLibraryModel or any other (searched through its display,
   /// tooltip and KR::BoxLibraryModel::TagsRole data).
@@ -35,14 +42,21 @@ signals:
   void filterTextChanged(const QString& text);
 
 protected:
-  /// Whether the source row matches the query (its folders are kept by the recursive
-  /// filtering).
+  /// Whether the source row matches the query or holds a node that does.
   bool filterAcceptsRow(int sourceRow, const QModelIndex& sourceParent) const override;
 
 private:
-  void remap();
+  void sourceChanged();
+  // Makes the index when there is none; whether there is one.
+  bool makeIndex();
+  void findKept();
+
+  struct Index;
 
   BoxLibraryQuery m_query;
+  const BoxLibraryModel* m_library = nullptr;  // the source, when it is one
+  QSet<const BoxLibraryNode*> m_kept;          // of its nodes, those the query keeps
+  std::unique_ptr<Index> m_index;              // their folded text, while a query is on
 };
 
 }  // namespace KR

@@ -27,6 +27,10 @@ public:
   bool matches(const BoxLibraryNode& node) const;
   /// Whether a node of that name, tooltip and tags matches every word of the query.
   bool matches(const QString& name, const QString& tooltip, const QStringList& tags) const;
+  /// The words a node's name or tooltip must each hold, folded.
+  const QStringList& words() const { return m_words; }
+  /// The words a box's tags must each hold, folded and without "tag:".
+  const QStringList& tagWords() const { return m_tagWords; }
 
   /// text in the form words are compared in: accents stripped (canonical decomposition,
   /// marks dropped) and case folded.
