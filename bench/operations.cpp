@@ -104,15 +104,22 @@ void registerOpening(const LibraryUnderTest& library, const RunCounts& counts, b
     if (cold && !dropPageCache())
       throw std::runtime_error("cannot drop the page cache");
   };
-  const auto opening = [library, ready](const std::string& path) {
-    return [library, ready, path](benchmark::State& state) {
+  // threads: as many reading threads as setReadThreads() takes, -1 for the machine's choice.
+  const auto opening = [library, ready](const std::string& path, int threads) {
+    return [library, ready, path, threads](benchmark::State& state) {
       std::unique_ptr<KR::BoxLibrary> opened;
+      KR::BoxLibrary::setReadThreads(threads);
       timeEach(
           state, ready, [&] { opened = openAndRead(path, library, true); },
           [&] { opened.reset(); });
+      KR::BoxLibrary::setReadThreads(-1);
     };
   };
-  add(prefix + (cold ? op::kOpenZipCold : op::kOpenZip), 1, counts, opening(library.zip));
+  add(prefix + (cold ? op::kOpenZipCold : op::kOpenZip), 1, counts, opening(library.zip, -1));
+  if (!cold) {
+    add(prefix + op::kOpenZipOneWorker, 1, counts, opening(library.zip, 1));
+    add(prefix + op::kOpenZipCallerOnly, 1, counts, opening(library.zip, 0));
+  }
   add(prefix + (cold ? op::kReadZipCold : op::kReadZip), 1, counts,
       [library, ready](benchmark::State& state) {
         timeEach(state, ready, [&] {
@@ -120,7 +127,11 @@ void registerOpening(const LibraryUnderTest& library, const RunCounts& counts, b
         });
       });
   add(prefix + (cold ? op::kOpenDirectoryCold : op::kOpenDirectory), 1, counts,
-      opening(library.directory));
+      opening(library.directory, -1));
+  if (!cold) {
+    add(prefix + op::kOpenDirectoryOneWorker, 1, counts, opening(library.directory, 1));
+    add(prefix + op::kOpenDirectoryCallerOnly, 1, counts, opening(library.directory, 0));
+  }
   add(prefix + (cold ? op::kReadDirectoryCold : op::kReadDirectory), 1, counts,
       [library, ready](benchmark::State& state) {
         timeEach(state, ready, [&] { readEveryFile(library.directory); });

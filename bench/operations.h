@@ -41,6 +41,11 @@ inline const char kOpenDirectory[] = "open_directory";
 inline const char kReadDirectory[] = "read_directory_files";
 inline const char kOpenDirectoryCold[] = "open_directory_cold";
 inline const char kReadDirectoryCold[] = "read_directory_files_cold";
+// Opening with one reading thread beside the caller's, and with the caller's alone.
+inline const char kOpenZipOneWorker[] = "open_zip_one_worker";
+inline const char kOpenZipCallerOnly[] = "open_zip_caller_only";
+inline const char kOpenDirectoryOneWorker[] = "open_directory_one_worker";
+inline const char kOpenDirectoryCallerOnly[] = "open_directory_caller_only";
 inline const char kClose[] = "close";
 inline const char kSaveDirectoryInPlace[] = "save_directory_in_place";
 inline const char kSaveZipInPlace[] = "save_zip_in_place";
