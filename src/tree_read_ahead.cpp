@@ -4,9 +4,6 @@
 #include <zu/project/project_model.h>
 #include <zu/project/source_reader.h>
 
-#include <QRunnable>
-#include <QThreadPool>
-
 #include <sched.h>
 
 #include <algorithm>
@@ -15,6 +12,7 @@
 #include <cstdlib>
 #include <deque>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -57,19 +55,19 @@ struct TreeReadAhead::Shared {
   std::deque<Slot> entries;        // stay where they are, so workers may hold one
   std::vector<Batch> batches;      // the latest folder on top: depth first, as the tree is read
   bool stopping = false;
+  bool started = false;  // the workers were asked for
   QHash<QString, Slot*> byPrefix;
   std::vector<std::unique_ptr<zu::project::SourceReader>> readers;
-  std::unique_ptr<QThreadPool> pool;
+  std::vector<std::thread> workers;
 
   ~Shared() {
-    if (!pool)
-      return;
     {
       std::lock_guard<std::mutex> lock(mutex);
       stopping = true;
     }
     queued.notify_all();
-    pool->waitForDone();
+    for (std::thread& worker : workers)
+      worker.join();
   }
 
   // Queues the directories at prefixes not queued yet. Under the lock.
@@ -141,15 +139,18 @@ struct TreeReadAhead::Shared {
     }
   }
 
-  void start(int workers) {
-    pool = std::make_unique<QThreadPool>();
-    pool->setMaxThreadCount(workers);
-    for (int i = 0; i < workers; ++i) {
+  void start(int count) {
+    for (int i = 0; i < count; ++i) {
       // Made here: a reader is made on the model's thread, then used on one other.
       readers.push_back(std::make_unique<zu::project::SourceReader>(*model));
       zu::project::SourceReader* reader = readers.back().get();
-      pool->start(QRunnable::create([this, reader] { work(*reader); }));
+      try {
+        workers.emplace_back([this, reader] { work(*reader); });
+      } catch (const std::system_error&) {
+        break;  // no thread to be had: fewer workers, or the caller's thread alone
+      }
     }
+    started = true;
   }
 };
 
@@ -181,7 +182,7 @@ void TreeReadAhead::request(const QStringList& prefixes) {
   Shared& shared = *m_shared;
   if (prefixes.isEmpty())
     return;
-  if (!shared.pool) {
+  if (!shared.started) {
     const int workers = BoxLibrary::readThreads();
     if (workers < 1)
       return;
@@ -198,7 +199,7 @@ DirectoryRead TreeReadAhead::take(const QString& prefix) {
   Shared& shared = *m_shared;
   ModelFiles files(m_model);
   Slot* slot = nullptr;
-  if (shared.pool) {
+  if (shared.started) {
     std::unique_lock<std::mutex> lock(shared.mutex);
     slot = shared.byPrefix.take(prefix);
     int state = Slot::Queued;
