@@ -16,8 +16,8 @@
 #include <QList>
 #include <QString>
 
+#include <algorithm>
 #include <array>
-#include <set>
 #include <string>
 
 namespace KR {
@@ -55,8 +55,8 @@ std::string signature(const Element& element, const std::array<const char*, N>& 
 /// standard output, and a timeline.
 template <class Element>
 bool isBehavior(const Element& box) {
-  static const std::set<std::string> kInputs = {"Input/onLoad/1/1/0", "Input/onStart/1/1/2",
-                                                "Input/onStop/1/1/3"};
+  static const std::array<std::string, 3> kInputs = {"Input/onLoad/1/1/0", "Input/onStart/1/1/2",
+                                                     "Input/onStop/1/1/3"};
   static const std::string kOutput = "Output/1/1/1";
   static const std::array<const char*, 4> inputAttributes = {"name", "type", "type_size", "nature"};
   // An output's name is free; only its kind counts.
@@ -64,17 +64,21 @@ bool isBehavior(const Element& box) {
 
   // Inputs must match as a set (a repeated one is harmless, an extra one is not); a single
   // standard output among any others is enough.
-  std::set<std::string> inputs;
+  unsigned inputs = 0;
   bool hasOutput = false;
   for (const auto& child : box.children()) {
     const auto& each = element(child);
-    if (each.name() == BoxConstants::a_inputBeacon)
-      inputs.insert(signature(each, inputAttributes));
-    else if (each.name() == BoxConstants::a_outputBeacon &&
-             signature(each, outputAttributes) == kOutput)
-      hasOutput = true;
+    if (each.name() == BoxConstants::a_inputBeacon) {
+      const std::string input = signature(each, inputAttributes);
+      const auto found = std::find(kInputs.begin(), kInputs.end(), input);
+      if (found == kInputs.end())
+        return false;
+      inputs |= 1u << (found - kInputs.begin());
+    } else if (!hasOutput && each.name() == BoxConstants::a_outputBeacon) {
+      hasOutput = signature(each, outputAttributes) == kOutput;
+    }
   }
-  return inputs == kInputs && hasOutput &&
+  return inputs == 7u && hasOutput &&
          static_cast<bool>(box.firstChild(BoxConstants::a_timelineBeacon));
 }
 
