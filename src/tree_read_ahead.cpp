@@ -21,6 +21,8 @@ namespace KR {
 namespace {
 
 std::atomic<int> g_threads{-1};
+// More would only cost memory: each worker holds its own descriptors or zip handle.
+constexpr int kMaxThreads = 64;
 
 int coresAvailable() {
   cpu_set_t set;
@@ -29,11 +31,15 @@ int coresAvailable() {
   return std::max(1u, std::thread::hardware_concurrency());
 }
 
+// How far the workers may run ahead of the caller: reads done but not taken yet. Enough to
+// keep them busy, without holding a large library's values twice.
+constexpr int kMaxAhead = 1024;
+
 // A directory queued for the workers.
 struct Slot {
   enum State { Queued, Claimed, Done };
   explicit Slot(const QString& prefix) : prefix(prefix) {}
-  const QString prefix;
+  QString prefix;
   std::atomic<int> state{Queued};
   DirectoryRead read;
   bool failed = false;  // the worker's read threw: the caller's own read will tell why
@@ -50,12 +56,13 @@ struct Batch {
 struct TreeReadAhead::Shared {
   zu::project::ProjectModel* model = nullptr;
   std::mutex mutex;
-  std::condition_variable queued;  // for the workers: work, or the end
+  std::condition_variable queued;  // for the workers: work, room ahead, or the end
   std::condition_variable done;    // for the caller: a slot read
+  int ahead = 0;                   // slots read by a worker and not taken yet
   std::deque<Slot> entries;        // stay where they are, so workers may hold one
   std::vector<Batch> batches;      // the latest folder on top: depth first, as the tree is read
   bool stopping = false;
-  bool started = false;  // the workers were asked for
+  bool started = false;  // the workers were asked for; there may be none
   QHash<QString, Slot*> byPrefix;
   std::vector<std::unique_ptr<zu::project::SourceReader>> readers;
   std::vector<std::thread> workers;
@@ -114,7 +121,9 @@ struct TreeReadAhead::Shared {
       Slot* slot = nullptr;
       {
         std::unique_lock<std::mutex> lock(mutex);
-        queued.wait(lock, [&] { return stopping || (slot = claimNext()) != nullptr; });
+        queued.wait(lock, [&] {
+          return stopping || (ahead < kMaxAhead && (slot = claimNext()) != nullptr);
+        });
         if (stopping)
           return;
       }
@@ -131,6 +140,7 @@ struct TreeReadAhead::Shared {
       {
         std::lock_guard<std::mutex> lock(mutex);
         slot->state = Slot::Done;
+        ++ahead;
         queue(below);
       }
       done.notify_all();
@@ -182,12 +192,10 @@ void TreeReadAhead::request(const QStringList& prefixes) {
   Shared& shared = *m_shared;
   if (prefixes.isEmpty())
     return;
-  if (!shared.started) {
-    const int workers = BoxLibrary::readThreads();
-    if (workers < 1)
-      return;
-    shared.start(workers);
-  }
+  if (!shared.started)
+    shared.start(BoxLibrary::readThreads());
+  if (shared.workers.empty())
+    return;
   {
     std::lock_guard<std::mutex> lock(shared.mutex);
     shared.queue(prefixes);
@@ -198,20 +206,30 @@ void TreeReadAhead::request(const QStringList& prefixes) {
 DirectoryRead TreeReadAhead::take(const QString& prefix) {
   Shared& shared = *m_shared;
   ModelFiles files(m_model);
-  Slot* slot = nullptr;
-  if (shared.started) {
+  DirectoryRead read;
+  bool taken = false;
+  if (!shared.workers.empty()) {
     std::unique_lock<std::mutex> lock(shared.mutex);
-    slot = shared.byPrefix.take(prefix);
+    // Each directory is queued once, before it is taken, and taken once.
+    Slot* slot = shared.byPrefix.take(prefix);
     int state = Slot::Queued;
-    if (!slot || slot->state.compare_exchange_strong(state, Slot::Claimed))
-      slot = nullptr;
-    else if (state != Slot::Done)
-      shared.done.wait(lock, [slot] { return slot->state == Slot::Done; });
+    if (slot && !slot->state.compare_exchange_strong(state, Slot::Claimed)) {
+      if (state != Slot::Done)
+        shared.done.wait(lock, [slot] { return slot->state == Slot::Done; });
+      taken = !slot->failed;
+      read = std::move(slot->read);
+      slot->prefix = QString();
+      // Room ahead for the workers again.
+      if (shared.ahead-- == kMaxAhead) {
+        lock.unlock();
+        shared.queued.notify_all();
+      }
+    }
   }
   // Read here what no worker read, and what the caller's thread changed since.
-  if (!slot || slot->failed || !m_model.showsSource(prefix))
+  if (!taken || !m_model.showsSource(prefix))
     return readDirectory(files, prefix);
-  return std::move(slot->read);
+  return read;
 }
 
 int BoxLibrary::readThreads() {
@@ -221,14 +239,14 @@ int BoxLibrary::readThreads() {
   if (const char* text = std::getenv("KRBOX_READ_THREADS")) {
     char* end = nullptr;
     const long count = std::strtol(text, &end, 10);
-    if (end != text && *end == '\0' && count >= 0 && count <= 1024)
-      return static_cast<int>(count);
+    if (end != text && *end == '\0' && count >= 0)
+      return static_cast<int>(std::min<long>(count, kMaxThreads));
   }
-  return coresAvailable();
+  return std::min(coresAvailable(), kMaxThreads);
 }
 
 void BoxLibrary::setReadThreads(int count) {
-  g_threads = count < 0 ? -1 : count;
+  g_threads = count < 0 ? -1 : std::min(count, kMaxThreads);
 }
 
 }  // namespace KR

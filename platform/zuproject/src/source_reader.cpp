@@ -15,7 +15,7 @@ using namespace detail;
 
 struct SourceReader::Private {
   std::shared_ptr<Source> source;
-  // Made on first use, on the thread that reads: a zip reader opens its own handle there.
+  // Made on first use, on the thread that reads.
   std::unique_ptr<Source::Reader> reader;
 
   Source::Reader* files() {

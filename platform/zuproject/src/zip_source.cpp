@@ -5,9 +5,7 @@
 
 #include <zu/project/exceptions.h>
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <cerrno>
 
 namespace zu {
@@ -195,68 +193,28 @@ zip_int64_t ZipSource::entryIndex(const std::string& path) {
 }
 
 std::optional<std::string> ZipSource::read(const std::string& path) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return readWith(m_archive, path);
-}
-
-std::optional<std::string> ZipSource::readWith(zip_t* archive, const std::string& path) {
   const Entry* entry = find(path);
   if (!entry || entry->dir)
     return std::nullopt;
+  std::lock_guard<std::mutex> lock(m_mutex);
   std::string error;
-  std::optional<std::string> bytes = readEntry(archive, *entry, error);
+  std::optional<std::string> bytes = readEntry(*entry, error);
   if (!bytes)
     noteReadFailure("entry \"" + path + "\" could not be read: " + error);
   return bytes;
 }
 
-// Entries and names never change once the archive is read, so only the handle is its own.
-class ZipReader : public Source::Reader {
-public:
-  ZipReader(ZipSource& source, zip_t* archive) : m_source(source), m_archive(archive) {}
-  ~ZipReader() override { zip_discard(m_archive); }
-  Kind kind(const std::string& path) override { return m_source.kind(path); }
-  std::optional<std::string> read(const std::string& path, bool* isFile) override {
-    if (isFile)
-      *isFile = m_source.kind(path) == Kind::File;
-    return m_source.readWith(m_archive, path);
-  }
-  std::vector<Listed> list(const std::string& dir) override { return m_source.list(dir); }
-
-private:
-  ZipSource& m_source;
-  zip_t* m_archive;
-};
-
-std::unique_ptr<Source::Reader> ZipSource::reader() {
-  // Another handle reads the same entries only from the same file: one replaced since was
-  // never read, and its indexes mean nothing here.
-  const int fd = ::open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
-  struct stat info;
-  zip_t* archive = nullptr;
-  int error = 0;
-  if (fd >= 0 && ::fstat(fd, &info) == 0 && m_stamp && stampOf(info) == *m_stamp)
-    archive = zip_fdopen(fd, 0, &error);
-  if (!archive) {
-    if (fd >= 0)
-      ::close(fd);
-    return Source::reader();
-  }
-  return std::make_unique<ZipReader>(*this, archive);
-}
-
-std::optional<std::string> ZipSource::readEntry(zip_t* archive, const Entry& entry,
-                                                std::string& error) {
+std::optional<std::string> ZipSource::readEntry(const Entry& entry, std::string& error) {
   if (entry.size > kMaxFileSize) {
     error = "larger than a project file may be";
     return std::nullopt;
   }
   const auto index = static_cast<zip_uint64_t>(entry.index);
   if (entry.fallback)
-    return readThroughFallback(archive, index, entry.size, error);
-  zip_file_t* file = zip_fopen_index(archive, index, 0);
+    return readThroughFallback(m_archive, index, entry.size, error);
+  zip_file_t* file = zip_fopen_index(m_archive, index, 0);
   if (!file) {
-    error = zip_strerror(archive);
+    error = zip_strerror(m_archive);
     return std::nullopt;
   }
   // One byte more than declared shows data longer than the header says; libzip checks

@@ -38,9 +38,6 @@ public:
   Kind kind(const std::string& path) override;
   std::optional<std::string> read(const std::string& path) override;
   std::vector<Listed> list(const std::string& dir) override;
-  /// A reader with a libzip handle of its own on the same archive, when it is still the one
-  /// opened; one that takes turns otherwise.
-  std::unique_ptr<Reader> reader() override;
   std::vector<std::string> changedOnDisk() override;
   void settle(const std::vector<std::string>&) override { m_stamp = stampAt(m_path); }
   std::string wrapper() const override { return m_wrapper; }
@@ -63,10 +60,7 @@ private:
   const Entry* find(const std::string& path) const;
   // Refuses an entry no reader here can decompress; true for one libarchive reads.
   bool readsThroughFallback(const zip_stat_t& info, const std::string& name);
-  std::optional<std::string> readEntry(zip_t* archive, const Entry& entry, std::string& error);
-  // read() through archive, a handle on this source's archive.
-  std::optional<std::string> readWith(zip_t* archive, const std::string& path);
-  friend class ZipReader;
+  std::optional<std::string> readEntry(const Entry& entry, std::string& error);
 
   std::string m_path;
   std::optional<Stamp> m_stamp;  // the archive as it was opened

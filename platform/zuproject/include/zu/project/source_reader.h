@@ -20,8 +20,10 @@ class ProjectModel;
 /// ProjectModel::showsSource() says so. Files it reads count as read by the model.
 ///
 /// Make it on the model's thread, then use it from one other thread at a time (one reader
-/// per thread); any number of readers and the model itself may read at once. The model
-/// must outlive it and not be loaded or saved meanwhile.
+/// per thread); any number of readers and the model itself may read at once. Readers of a
+/// directory never wait for each other; those of a zip take turns to decompress an entry,
+/// since another libzip handle on a large archive costs more than it saves. The model must
+/// outlive it and not be loaded or saved meanwhile.
 class ZUPROJECT_EXPORT SourceReader {
 public:
   /// A reader of model's source; one that finds nothing when the model has none.
