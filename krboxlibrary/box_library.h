@@ -102,7 +102,8 @@ public:
   /// How many threads read and parse a library's files while its tree is read, beside the
   /// caller's thread, which builds the nodes: as set by setReadThreads(), else as the
   /// KRBOX_READ_THREADS environment variable says, else one per core the process may use;
-  /// at most 64.
+  /// at most 64. A zip is read on the caller's thread alone: its entries decompress one at
+  /// a time, which leaves other threads nothing to gain.
   static int readThreads();
   /// Sets readThreads() for every library of the process; 0 reads on the caller's thread
   /// alone, and a negative count leaves it to the environment and the machine again.

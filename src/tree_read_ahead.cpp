@@ -41,7 +41,7 @@ struct Slot {
   explicit Slot(const QString& prefix) : prefix(prefix) {}
   QString prefix;
   std::atomic<int> state{Queued};
-  DirectoryRead read;
+  std::unique_ptr<DirectoryRead> read;  // held only between its read and its taking
   bool failed = false;  // the worker's read threw: the caller's own read will tell why
 };
 
@@ -129,10 +129,10 @@ struct TreeReadAhead::Shared {
       }
       QStringList below;
       try {
-        slot->read = readDirectory(files, slot->prefix);
+        slot->read = std::make_unique<DirectoryRead>(readDirectory(files, slot->prefix));
         // Every subdirectory of a folder is a child: read on, without waiting for the
         // caller to reach it and take its order from the listing.
-        for (const QString& name : slot->read.directories)
+        for (const QString& name : slot->read->directories)
           below.append(slot->prefix + name + QLatin1Char('/'));
       } catch (...) {
         slot->failed = true;
@@ -192,8 +192,12 @@ void TreeReadAhead::request(const QStringList& prefixes) {
   Shared& shared = *m_shared;
   if (prefixes.isEmpty())
     return;
+  // A zip's entries are decompressed one at a time through its one libzip handle, which
+  // leaves workers too little to do to pay for handing their reads over.
   if (!shared.started)
-    shared.start(BoxLibrary::readThreads());
+    shared.start(m_model.getSourceFormat() == zu::project::ArchiveFormat_Zip
+                     ? 0
+                     : BoxLibrary::readThreads());
   if (shared.workers.empty())
     return;
   {
@@ -217,7 +221,9 @@ DirectoryRead TreeReadAhead::take(const QString& prefix) {
       if (state != Slot::Done)
         shared.done.wait(lock, [slot] { return slot->state == Slot::Done; });
       taken = !slot->failed;
-      read = std::move(slot->read);
+      if (taken)
+        read = std::move(*slot->read);
+      slot->read.reset();
       slot->prefix = QString();
       // Room ahead for the workers again.
       if (shared.ahead-- == kMaxAhead) {
