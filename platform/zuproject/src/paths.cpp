@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -43,7 +44,29 @@ fs::path absoluteDiskPath(const fs::path& path) {
   return fs::path(native);
 }
 
+namespace {
+
+// Whether path is already in normal form: no empty, "." or ".." step. Most are, and need no
+// copy.
+bool isNormal(const std::string& path) {
+  for (std::size_t start = 0; start < path.size();) {
+    const std::size_t slash = std::min(path.find('/', start), path.size());
+    const std::size_t length = slash - start;
+    if (length == 0 ||
+        (path[start] == '.' && (length == 1 || (length == 2 && path[start + 1] == '.'))))
+      return false;
+    if (slash == path.size() - 1)
+      return false;  // a trailing slash
+    start = slash + 1;
+  }
+  return true;
+}
+
+}  // namespace
+
 std::optional<std::string> normalizeSteps(const std::string& path, bool allowParentSteps) {
+  if (isNormal(path))
+    return path;
   std::vector<std::string> parts;
   size_t start = 0;
   while (start <= path.size()) {
