@@ -12,6 +12,7 @@
 #include <zu/project/project_model.h>
 
 #include "box_values.h"
+#include "directory_read.h"
 #include "refusal.h"
 #include "text.h"
 #include "tooltip_tags.h"
@@ -30,23 +31,19 @@ namespace {
 
 using namespace vocabulary;
 
-// "behavior.bxd" wins over "box.bxd" when a directory holds both.
-QString boxFileName(const zu::project::ProjectModel& model, const QString& dir) {
-  const QString behavior = dir + QLatin1String(kBehaviorFile);
-  return model.hasFile(behavior) ? behavior : dir + QLatin1String(kBoxFile);
-}
-
 }  // namespace
 
 XmlElement::Ptr BoxLibraryNode::loadBox() const {
   zu::project::ProjectModel* model = project();
   if (!model)
     return XmlElement::Ptr();
-  FILE* stream = model->fopen(boxFileName(*model, directoryPrefix()), "rb");
-  if (!stream)
+  ModelFiles files(*model);
+  QString file;
+  const QByteArray bytes = readBoxFile(files, directoryPrefix(), file);
+  if (bytes.isNull())
     return XmlElement::Ptr();
-  const XmlDocument::Ptr document = XmlDocument::loadFromXmlFile(stream, nullptr, nullptr);
-  std::fclose(stream);
+  const XmlDocument::Ptr document = XmlDocument::loadFromXmlString(
+      std::string(bytes.constData(), static_cast<size_t>(bytes.size())), nullptr, nullptr);
   if (!document || !document->root() || !boxfile::refusal(*document->root()).isEmpty())
     return XmlElement::Ptr();
   // The document dies here, so its box element is the caller's own without a copy: free to
@@ -58,7 +55,9 @@ QByteArray BoxLibraryNode::loadBoxData() const {
   zu::project::ProjectModel* model = project();
   if (!model)
     return QByteArray();
-  return model->readFile(boxFileName(*model, directoryPrefix()));
+  ModelFiles files(*model);
+  QString file;
+  return readBoxFile(files, directoryPrefix(), file);
 }
 
 void BoxLibraryNode::setBoxDataInternal(boost::shared_ptr<BoxData> data) {

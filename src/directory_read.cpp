@@ -46,18 +46,21 @@ std::optional<BoxValues> readBoxValues(const QByteArray& bytes, QString& problem
   return boxfile::values(box);
 }
 
-DirectoryRead readBoxDirectory(DirectoryFiles& files, const QString& prefix) {
-  DirectoryRead read;
+QByteArray readBoxFile(DirectoryFiles& files, const QString& prefix, QString& file) {
   // "behavior.bxd" wins over "box.bxd" when a directory holds both.
   const QString behavior = prefix + QLatin1String(vocabulary::kBehaviorFile);
   bool behaviorFile = false;
-  QByteArray bytes = files.readFile(behavior, &behaviorFile);
-  read.boxFile = behaviorFile ? behavior : prefix + QLatin1String(vocabulary::kBoxFile);
-  if (!behaviorFile)
-    bytes = files.readFile(read.boxFile);
+  const QByteArray bytes = files.readFile(behavior, &behaviorFile);
+  file = behaviorFile ? behavior : prefix + QLatin1String(vocabulary::kBoxFile);
+  return behaviorFile ? bytes : files.readFile(file);
+}
+
+DirectoryRead readBoxDirectory(DirectoryFiles& files, const QString& prefix) {
+  DirectoryRead read;
+  const QByteArray bytes = readBoxFile(files, prefix, read.boxFile);
   if (!bytes.isNull())
     read.box = readBoxValues(bytes, read.unread);
-  if (read.box && behaviorFile)
+  if (read.box && read.boxFile.endsWith(QLatin1String(vocabulary::kBehaviorFile)))
     read.ignoredBoxFile = files.hasFile(prefix + QLatin1String(vocabulary::kBoxFile));
   return read;
 }

@@ -57,7 +57,10 @@ struct DirectoryRead {
   QStringList directories;   // its subdirectories, sorted byte-wise
 };
 
-/// The box part of the directory at prefix ("" or ending in "/").
+/// The bytes of the box file of the directory at prefix ("" or ending in "/"), a null array
+/// when there is none; file takes the box file meant.
+QByteArray readBoxFile(DirectoryFiles& files, const QString& prefix, QString& file);
+/// The box part of the directory at prefix.
 DirectoryRead readBoxDirectory(DirectoryFiles& files, const QString& prefix);
 /// The folder part of it, into read.
 void readFolderDirectory(DirectoryFiles& files, const QString& prefix, DirectoryRead& read);

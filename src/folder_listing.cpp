@@ -98,13 +98,10 @@ void BoxLibraryNode::initFromProject() {
   // including a box file of an old version, reads as a folder.
   if (read.box) {
     initBoxFromProject(*read.box);
-    if (read.ignoredBoxFile) {
-      const QString behaviorFile = QLatin1String(vocabulary::kBehaviorFile);
+    if (read.ignoredBoxFile)
       reportProblem(BoxLibraryProblem::IgnoredBoxFile,
-                    read.boxFile.left(read.boxFile.size() - behaviorFile.size()) +
-                        QLatin1String(vocabulary::kBoxFile),
+                    directoryPrefix() + QLatin1String(vocabulary::kBoxFile),
                     QStringLiteral("a behavior.bxd is beside it, and only that one is read"));
-    }
     return;
   }
   if (!read.unread.isEmpty())

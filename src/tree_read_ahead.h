@@ -13,12 +13,6 @@
 
 #include <memory>
 
-namespace zu {
-namespace project {
-class ProjectModel;
-}  // namespace project
-}  // namespace zu
-
 namespace KR {
 
 class TreeReadAhead {
