@@ -61,8 +61,11 @@ Beneath::~Beneath() {
 }
 
 bool Beneath::hidden(int parent, const std::string& name) const {
-  return (parent == m_root && !m_hiddenTop.empty() && name == m_hiddenTop) ||
-         isForeignMetadata(name);
+  return hiddenName(parent == m_root, name);
+}
+
+bool Beneath::hiddenName(bool top, const std::string& name) const {
+  return (top && !m_hiddenTop.empty() && name == m_hiddenTop) || isForeignMetadata(name);
 }
 
 void Beneath::forget() {
@@ -132,8 +135,7 @@ int Beneath::openResolved(const std::string& path) {
   for (std::size_t start = 0; start <= path.size();) {
     const std::size_t slash = std::min(path.find('/', start), path.size());
     const std::string name = path.substr(start, slash - start);
-    if (name.empty() || name == "." || name == ".." || isForeignMetadata(name) ||
-        (start == 0 && !m_hiddenTop.empty() && name == m_hiddenTop))
+    if (name.empty() || name == "." || name == ".." || hiddenName(start == 0, name))
       return -2;
     start = slash + 1;
   }

@@ -66,6 +66,8 @@ private:
   // cannot, or the path needs the checks made step by step.
   int openResolved(const std::string& path);
   bool hidden(int parent, const std::string& name) const;
+  // hidden() for a name at the top or deeper.
+  bool hiddenName(bool top, const std::string& name) const;
   void remember(const std::string& path, int fd);
 
   int m_root;
