@@ -104,6 +104,21 @@ const std::vector<Command>& commands() {
   return table;
 }
 
+const std::vector<Option>& globalOptions() {
+  static const std::vector<Option> table = {
+      {"--json", "print the result as one JSON document (UTF-8, on one line)"},
+      {"--quiet", "show no progress line, even on a terminal"},
+  };
+  return table;
+}
+
+std::string synopsis(const Command& command) {
+  std::string text = command.name;
+  if (*command.arguments)
+    text += std::string(" ") + command.arguments;
+  return text;
+}
+
 namespace {
 
 // The child named name, or else one whose name is the same text in another Unicode normal

@@ -51,6 +51,16 @@ struct Command {
   int (*run)(const Arguments& arguments, Output& out);
 };
 
+/// An option every command takes, anywhere on the line before a "--".
+struct Option {
+  const char* name;
+  const char* summary;
+};
+
+/// How krbox exits: a failure is a command that could not do what it was asked, a usage
+/// error a command line that asks nothing it knows.
+enum ExitStatus { ExitSuccess = 0, ExitFailure = 1, ExitUsage = 2 };
+
 /// Arguments that do not fit the command. An empty message stands for the command's usage
 /// line.
 struct UsageError : std::runtime_error {
@@ -59,6 +69,10 @@ struct UsageError : std::runtime_error {
 
 /// Every command, in the order the usage lists them.
 const std::vector<Command>& commands();
+/// The options every command takes, in the order the usage lists them.
+const std::vector<Option>& globalOptions();
+/// The command's name and argument synopsis, as its usage line shows them.
+std::string synopsis(const Command& command);
 
 /// The absolute, clean form of a path given on the command line.
 QString localPath(const std::string& argument);

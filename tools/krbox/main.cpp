@@ -16,18 +16,19 @@
 
 namespace {
 
-enum ExitStatus { ExitSuccess = 0, ExitFailure = 1, ExitUsage = 2 };
+using krbox::ExitFailure;
+using krbox::ExitSuccess;
+using krbox::ExitUsage;
+using krbox::synopsis;
 
-std::string synopsis(const krbox::Command& command) {
-  std::string text = command.name;
-  if (*command.arguments)
-    text += std::string(" ") + command.arguments;
-  return text;
+void printOptions(std::ostream& out) {
+  std::size_t width = 0;
+  for (const krbox::Option& option : krbox::globalOptions())
+    width = std::max(width, std::strlen(option.name));
+  for (const krbox::Option& option : krbox::globalOptions())
+    out << "  " << option.name << std::string(width - std::strlen(option.name) + 2, ' ')
+        << option.summary << '\n';
 }
-
-const char kOptions[] =
-    "  --json   print the result as one JSON document (UTF-8, on one line)\n"
-    "  --quiet  show no progress line, even on a terminal\n";
 
 void printUsage(std::ostream& out) {
   std::size_t width = 0;
@@ -40,7 +41,8 @@ void printUsage(std::ostream& out) {
     const std::string text = synopsis(command);
     out << "  " << text << std::string(width - text.size() + 2, ' ') << command.summary << '\n';
   }
-  out << "\noptions, anywhere on the line before a \"--\":\n" << kOptions;
+  out << "\noptions, anywhere on the line before a \"--\":\n";
+  printOptions(out);
 }
 
 void printHelp(const krbox::Command& command, std::ostream& out) {
@@ -50,7 +52,9 @@ void printHelp(const krbox::Command& command, std::ostream& out) {
     out << "  " << std::string(line, end) << '\n';
     line = end + 1;
   }
-  out << "options:\n" << kOptions << "example:\n  " << command.example << '\n';
+  out << "options:\n";
+  printOptions(out);
+  out << "example:\n  " << command.example << '\n';
 }
 
 const krbox::Command* findCommand(const std::string& name) {
