@@ -35,6 +35,18 @@ run_clean("consumer ok" ${WORK_DIR}/build/consumer)
 if(KRBOX)
   get_filename_component(name ${KRBOX} NAME)
   run_clean("^Robot Basics\n  \\[-\\] Motions" ${prefix}/bin/${name} tree "${EXAMPLES}/Robot Basics.lbf")
+  foreach(file share/man/man1/krbox.1.gz share/bash-completion/completions/krbox)
+    if(NOT EXISTS ${prefix}/${file})
+      message(FATAL_ERROR "not installed: ${file}")
+    endif()
+  endforeach()
+endif()
+
+# The module from the prefix's Python directory. A sanitized one would need its runtime
+# preloaded into python3.
+if(PYTHON AND NOT EXTRA_FLAGS)
+  run_clean("^Robot Basics 4\n" PYTHONPATH=${prefix}/${PYTHON_DIR} ${PYTHON} -c
+    "import krboxlibrary as k\nl = k.Library('${EXAMPLES}/Robot Basics.lbf')\nprint(l.title, len(l.root))")
 endif()
 
 # The same program through pkg-config, with the flags the README gives for a prefix that is
