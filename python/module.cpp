@@ -45,6 +45,12 @@ void translate(std::exception_ptr failure) {
     setError(notFoundType, e.what());
   } catch (const zu::project::Exception& e) {
     setError(errorType, e.what());
+  } catch (const py::builtin_exception&) {
+    // pybind11's own (a value_error, say) keep their Python type.
+    throw;
+  } catch (const std::runtime_error& e) {
+    // The library's other refusals are runtime errors with its own messages.
+    setError(errorType, e.what());
   }
 }
 
