@@ -8,10 +8,12 @@ namespace krboxpy {
 
 namespace {
 
-// The box data of a live node; null for a folder. Never kept: it is an object child of the
-// node and goes with it, whatever shared pointers remain.
-const KR::BoxData* boxData(const NodeRef& ref) {
-  return ref.get().boxData().get();
+// A value read from a live node's box data, or otherwise for a folder. The box data is never
+// kept: it is an object child of the node and goes with it, whatever shared pointers remain.
+template <class Value, class Read>
+Value boxValue(const NodeRef& ref, Value otherwise, Read read) {
+  const KR::BoxData* data = ref.get().boxData().get();
+  return data ? Value(read(*data)) : otherwise;
 }
 
 py::list children(const NodeRef& ref) {
@@ -123,9 +125,10 @@ void bindNode(py::module_& module) {
           "Whether the folder is shown expanded; False for a box. Settable on a folder.")
       .def_property(
           "tooltip",
-          [](const NodeRef& ref) -> py::object {
-            const KR::BoxData* data = boxData(ref);
-            return data && !data->tooltip().isNull() ? py::cast(data->tooltip()) : py::none();
+          [](const NodeRef& ref) {
+            return boxValue(ref, py::object(py::none()), [](const KR::BoxData& data) {
+              return data.tooltip().isNull() ? py::none() : py::cast(data.tooltip());
+            });
           },
           [](const NodeRef& ref, py::object tooltip) {
             const QString text = tooltip.is_none() ? QString() : tooltip.cast<QString>();
@@ -136,15 +139,15 @@ void bindNode(py::module_& module) {
       .def_property_readonly(
           "tags",
           [](const NodeRef& ref) {
-            const KR::BoxData* data = boxData(ref);
-            return data ? stringList(data->tags()) : py::list();
+            return boxValue(ref, py::list(),
+                            [](const KR::BoxData& d) { return stringList(d.tags()); });
           },
           "The box's tags: the \";\"-separated items on the tooltip's line after \"tags:\".")
       .def_property(
           "bitmaps",
           [](const NodeRef& ref) {
-            const KR::BoxData* data = boxData(ref);
-            return data ? stringList(data->bitmaps()) : py::list();
+            return boxValue(ref, py::list(),
+                            [](const KR::BoxData& d) { return stringList(d.bitmaps()); });
           },
           [](const NodeRef& ref, py::iterable bitmaps) {
             const QStringList list = toStringList(bitmaps);
@@ -154,8 +157,7 @@ void bindNode(py::module_& module) {
       .def_property(
           "bitmap_expanded",
           [](const NodeRef& ref) {
-            const KR::BoxData* data = boxData(ref);
-            return data && data->bitmapExpanded();
+            return boxValue(ref, false, [](const KR::BoxData& d) { return d.bitmapExpanded(); });
           },
           [](const NodeRef& ref, bool expanded) {
             edit(ref, [=](KR::BoxLibraryEditor& e, Node* n) {
@@ -167,8 +169,7 @@ void bindNode(py::module_& module) {
       .def_property_readonly(
           "behavior",
           [](const NodeRef& ref) {
-            const KR::BoxData* data = boxData(ref);
-            return data && data->behavior();
+            return boxValue(ref, false, [](const KR::BoxData& d) { return d.behavior(); });
           },
           "Whether the box is a complete behavior (it can be exported).")
       .def(
